@@ -1,0 +1,16 @@
+#include "platform/fwk/Assert.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace Fwk {
+
+void assertionFailed( char const* text, char const* file, int line,
+                      char const* function ) {
+   std::fprintf( stderr, "%s:%d: %s: Assertion `%s' failed.\n", file, line, function,
+                 text );
+   std::fflush( stderr );
+   std::abort();
+}
+
+} // namespace Fwk

@@ -1,0 +1,203 @@
+#pragma once
+
+// Entities, reactors and keyed collections.
+//
+// An Entity is a reference-counted object with attributes. A change of an attribute (or
+// of one key of a keyed collection) is announced with notify(); the change is queued on
+// the current ActivityManager and delivered later, from its loop, to every Reactor that
+// watches the entity and whose notifications are active at delivery. Delivery runs each
+// reaction to its end: a change made inside a reaction is delivered after that reaction
+// returns, in the order the changes were made.
+//
+// Invariants: an entity that has queued notifications stays alive until they are
+// delivered (the queue holds a reference); a reactor holds a reference to the entity it
+// watches, so a watched entity outlives its reactors. A reactor may be destroyed or
+// silenced at any time, also from inside a reaction; it then receives nothing more.
+// Changes made while no reactor watches an entity are not queued at all.
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <string>
+#include <typeinfo>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/fwk/Assert.h"
+#include "platform/fwk/Hash.h"
+#include "platform/fwk/Ptr.h"
+#include "platform/fwk/Types.h"
+
+namespace Fwk {
+
+typedef U16 AttributeId;
+
+// The key of a changed collection element, as a reactor sees it: a typed reference that
+// is valid for the duration of the reaction. A change of a plain attribute has a null key.
+class KeyRef {
+ public:
+   KeyRef() = default;
+   template <class K>
+   explicit KeyRef( K const& k ) : type_( &typeid( K ) ), key_( &k ) {}
+
+   bool isNull() const { return key_ == nullptr; }
+   template <class K>
+   bool is() const {
+      return type_ && *type_ == typeid( K );
+   }
+   template <class K>
+   K const& as() const {
+      FWK_ASSERT_TEXT( is<K>(), "KeyRef of another key type" );
+      return *static_cast<K const*>( key_ );
+   }
+
+ private:
+   std::type_info const* type_ = nullptr;
+   void const* key_ = nullptr;
+};
+
+class Reactor;
+
+class Entity : public PtrInterface {
+ public:
+   typedef Fwk::Ptr<Entity> Ptr;
+   typedef Fwk::PtrConst<Entity> PtrConst;
+
+   std::string const& name() const { return name_; }
+
+   // Announces a change of an attribute, or of one key of a collection attribute.
+   void notify( AttributeId attr ) const;
+   template <class K>
+   void notify( AttributeId attr, K const& key ) const;
+
+   // Delivers a change at once to the active reactors (used by timers, whose run is
+   // itself a reaction).
+   void deliver( AttributeId attr, KeyRef key ) const;
+
+ protected:
+   explicit Entity( std::string name ) : name_( std::move( name ) ) {}
+   ~Entity() override;
+
+ private:
+   friend class Reactor;
+   void reactorIs( Reactor* reactor ) const;
+   void reactorDel( Reactor* reactor ) const;
+   void enqueue( AttributeId attr, std::unique_ptr<class KeyHolder> key ) const;
+   bool hasReactors() const { return !reactors_.empty(); }
+
+   std::string name_;
+   mutable std::vector<Reactor*> reactors_;
+   mutable int delivering_ = 0;
+};
+
+// A watcher of one entity. Subclasses override onAttribute(); it is called from the
+// loop for each change of the watched entity while notifications are active (they start
+// inactive: the owner switches them on with hasNotificationActiveIs( true )).
+class Reactor {
+ public:
+   Reactor( Reactor const& ) = delete;
+   Reactor& operator=( Reactor const& ) = delete;
+   virtual ~Reactor();
+
+   bool notificationActive() const { return active_; }
+   virtual void hasNotificationActiveIs( bool active ) { active_ = active; }
+
+   virtual void onAttribute( AttributeId attr, KeyRef key ) = 0;
+
+ protected:
+   // Registers with the notifier, which must outlive the reactor (ReactorOn holds it).
+   explicit Reactor( Entity const* notifier );
+
+ private:
+   Entity const* notifier_;
+   bool active_ = false;
+};
+
+// A reactor that holds the entity it watches (E may be const for a read-only view) and
+// a back pointer to its owner, which must outlive it (owners hold their reactors).
+template <class E, class Owner>
+class ReactorOn : public Reactor {
+ public:
+   ReactorOn( Fwk::Ptr<E> const& notifier, Owner* owner )
+       : Reactor( notifier.ptr() ), notifier_( notifier ), owner_( owner ) {}
+
+   E* notifier() const { return notifier_.ptr(); }
+   Owner* owner() const { return owner_; }
+
+ private:
+   Fwk::Ptr<E> notifier_;
+   Owner* owner_;
+};
+
+class KeyHolder {
+ public:
+   virtual ~KeyHolder() = default;
+   virtual KeyRef ref() const = 0;
+};
+
+template <class K>
+class KeyHolderOf : public KeyHolder {
+ public:
+   explicit KeyHolderOf( K const& key ) : key_( key ) {}
+   KeyRef ref() const override { return KeyRef( key_ ); }
+
+ private:
+   K key_;
+};
+
+template <class K>
+void Entity::notify( AttributeId attr, K const& key ) const {
+   if ( hasReactors() ) {
+      enqueue( attr, std::make_unique<KeyHolderOf<K>>( key ) );
+   }
+}
+
+// A keyed collection attribute of an entity. Every write and every removal of a present
+// key is announced to the owner's reactors with the attribute and the key (a write is
+// announced even when the value is unchanged). Map is the container: a hash map by
+// default, std::map where key order matters.
+template <class K, class V, class Map = std::unordered_map<K, V, SaltedHash<K, 0>>>
+class Collection {
+ public:
+   typedef typename Map::const_iterator const_iterator;
+
+   Collection( Entity const* owner, AttributeId attr ) : owner_( owner ), attr_( attr ) {}
+
+   V const* find( K const& key ) const {
+      auto i = map_.find( key );
+      return i == map_.end() ? nullptr : &i->second;
+   }
+   bool has( K const& key ) const { return map_.find( key ) != map_.end(); }
+   std::size_t size() const { return map_.size(); }
+   const_iterator begin() const { return map_.begin(); }
+   const_iterator end() const { return map_.end(); }
+
+   void set( K const& key, V value ) {
+      map_[ key ] = std::move( value );
+      owner_->notify( attr_, key );
+   }
+   bool del( K const& key ) {
+      if ( map_.erase( key ) == 0 ) {
+         return false;
+      }
+      owner_->notify( attr_, key );
+      return true;
+   }
+   void delAll() {
+      while ( !map_.empty() ) {
+         K key = map_.begin()->first;
+         del( key );
+      }
+   }
+
+ private:
+   Entity const* owner_;
+   AttributeId attr_;
+   Map map_;
+};
+
+template <class K, class V>
+using OrderedCollection = Collection<K, V, std::map<K, V>>;
+
+} // namespace Fwk
