@@ -1,0 +1,73 @@
+#include "CorvaneNat/EntryIdTable.h"
+
+#include <ostream>
+
+#include "platform/fwk/Assert.h"
+
+namespace Corvane {
+
+EntryIdTableEntry::EntryIdTableEntry( char const*, char const* ) {
+   FWK_ASSERT( !"No String constructor for EntryIdTableEntry - has collection" );
+}
+
+EntryIdTableEntry EntryIdTableEntry::fromStrep( std::string const& text ) {
+   return EntryIdTableEntry( text.data(), text.data() + text.size() );
+}
+
+EntryIdTableEntry::operator bool() const {
+   return !( key_ == Oro::NatHwKey() && defaultEntryId_.empty() && fragEntryId_.empty() );
+}
+
+bool EntryIdTableEntry::operator==( EntryIdTableEntry const& other ) const {
+   return key_ == other.key_ && defaultEntryId_ == other.defaultEntryId_ &&
+          fragEntryId_ == other.fragEntryId_;
+}
+
+std::string valueToStrep( EntryIdTableEntry const& entry ) {
+   return "Value('Corvane::EntryIdTableEntry', ** {'key': " + entry.key().stringValue() +
+          ", 'defaultEntryId': None, 'fragEntryId': None})";
+}
+
+std::ostream& operator<<( std::ostream& os, EntryIdTableEntry const& entry ) {
+   return os << valueToStrep( entry );
+}
+
+void EntryIdTable::entryIs( EntryIdTableEntry const& entry ) {
+   auto found = rows_.find( entry );
+   if ( found == rows_.end() ) {
+      rows_.insert( entry );
+      return;
+   }
+   FWK_ASSERT_TEXT( found->key() == entry.key(), "fwkKey() == KeyFunktor()( _value )" );
+   if ( &*found != &entry ) {
+      found->defaultEntryId_ = entry.defaultEntryId_;
+      found->fragEntryId_ = entry.fragEntryId_;
+   }
+}
+
+EntryIdTableEntry EntryIdTable::entryDel( Oro::NatHwKey const& key ) {
+   auto found = rows_.find( EntryIdTableEntry( key ) );
+   if ( found == rows_.end() ) {
+      return EntryIdTableEntry();
+   }
+   EntryIdTableEntry removed( found->key() );
+   removed.defaultEntryId_ = std::move( found->defaultEntryId_ );
+   removed.fragEntryId_ = std::move( found->fragEntryId_ );
+   rows_.erase( found );
+   return removed;
+}
+
+EntryIdTableEntry EntryIdTable::entry( Oro::NatHwKey const& key ) const {
+   auto found = rows_.find( EntryIdTableEntry( key ) );
+   return found == rows_.end() ? EntryIdTableEntry() : *found;
+}
+
+bool EntryIdTable::entryHas( Oro::NatHwKey const& key ) const {
+   return rows_.find( EntryIdTableEntry( key ) ) != rows_.end();
+}
+
+EntryIdTable::const_iterator EntryIdTable::find( Oro::NatHwKey const& key ) const {
+   return rows_.find( EntryIdTableEntry( key ) );
+}
+
+}  // namespace Corvane

@@ -14,11 +14,13 @@ double monotonicSeconds() {
 
 ActivityManager* current = nullptr;
 
-} // namespace
+}  // namespace
 
 RealClock::RealClock() : start_( monotonicSeconds() ) {}
 
-Seconds RealClock::now() const { return monotonicSeconds() - start_; }
+Seconds RealClock::now() const {
+   return monotonicSeconds() - start_;
+}
 
 void Timer::scheduleAt( Seconds due ) {
    due_ = due;
@@ -49,8 +51,8 @@ ActivityManager::ActivityManager( Clock::Ptr clock ) : clock_( std::move( clock 
 ActivityManager::~ActivityManager() = default;
 
 void ActivityManager::schedule( Timer* timer ) {
-   timers_.push( Scheduled{ timer->due_, timer->priority_, ++sequence_, timer->generation_,
-                            Timer::Ptr( timer ) } );
+   timers_.push( Scheduled{ timer->due_, timer->priority_, ++sequence_,
+                            timer->generation_, Timer::Ptr( timer ) } );
 }
 
 void ActivityManager::dropStaleTimers() {
@@ -68,7 +70,9 @@ Seconds ActivityManager::nextTimerDue() {
    return timers_.empty() ? -1.0 : timers_.top().due;
 }
 
-bool ActivityManager::idle() const { return queue_.empty(); }
+bool ActivityManager::idle() const {
+   return queue_.empty();
+}
 
 bool ActivityManager::deliverOne() {
    if ( queue_.empty() ) {
@@ -156,6 +160,8 @@ ActivityManager* activityManagerIs( ActivityManager* manager ) {
 ScopedActivityManager::ScopedActivityManager( Clock::Ptr clock )
     : manager_( std::move( clock ) ), previous_( activityManagerIs( &manager_ ) ) {}
 
-ScopedActivityManager::~ScopedActivityManager() { activityManagerIs( previous_ ); }
+ScopedActivityManager::~ScopedActivityManager() {
+   activityManagerIs( previous_ );
+}
 
-} // namespace Fwk
+}  // namespace Fwk

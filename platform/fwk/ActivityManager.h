@@ -24,7 +24,7 @@
 namespace Fwk {
 
 class Clock : public PtrInterface {
- public:
+public:
    typedef Fwk::Ptr<Clock> Ptr;
    virtual Seconds now() const = 0;
    // True when the clock may be moved forward by the loop instead of waited for.
@@ -34,7 +34,7 @@ class Clock : public PtrInterface {
 };
 
 class VirtualClock : public Clock {
- public:
+public:
    Seconds now() const override { return now_; }
    bool isVirtual() const override { return true; }
    void nowIs( Seconds t ) override {
@@ -43,25 +43,25 @@ class VirtualClock : public Clock {
       }
    }
 
- private:
+private:
    Seconds now_ = 0.0;
 };
 
 // Seconds since the clock was made, from the monotonic clock of the system.
 class RealClock : public Clock {
- public:
+public:
    RealClock();
    Seconds now() const override;
    bool isVirtual() const override { return false; }
 
- private:
+private:
    double start_;
 };
 
 // Something the loop fires when it is due. Scheduling again replaces the earlier due
 // time; cancel() drops it. A scheduled timer is kept alive by the loop until it fires.
 class Timer : public Entity {
- public:
+public:
    typedef Fwk::Ptr<Timer> Ptr;
 
    bool isScheduled() const { return scheduled_; }
@@ -69,13 +69,14 @@ class Timer : public Entity {
    int priority() const { return priority_; }
    void cancel();
 
- protected:
-   Timer( std::string name, int priority ) : Entity( std::move( name ) ), priority_( priority ) {}
+protected:
+   Timer( std::string name, int priority )
+       : Entity( std::move( name ) ), priority_( priority ) {}
    void scheduleAt( Seconds due );
    // Runs when due, from the loop.
    virtual void onDue() = 0;
 
- private:
+private:
    friend class ActivityManager;
    int priority_;
    Seconds due_ = 0.0;
@@ -84,7 +85,7 @@ class Timer : public Entity {
 };
 
 class ActivityManager {
- public:
+public:
    explicit ActivityManager( Clock::Ptr clock );
    ~ActivityManager();
    ActivityManager( ActivityManager const& ) = delete;
@@ -105,7 +106,7 @@ class ActivityManager {
    // Due time of the earliest scheduled timer, or a negative value when none is.
    Seconds nextTimerDue();
 
- private:
+private:
    friend class Entity;
    friend class Timer;
    struct Notification {
@@ -145,14 +146,14 @@ ActivityManager* activityManagerIs( ActivityManager* manager );
 
 // Installs a manager for the life of a scope (tests, tools), then restores the previous.
 class ScopedActivityManager {
- public:
+public:
    explicit ScopedActivityManager( Clock::Ptr clock );
    ~ScopedActivityManager();
    ActivityManager& manager() { return manager_; }
 
- private:
+private:
    ActivityManager manager_;
    ActivityManager* previous_;
 };
 
-} // namespace Fwk
+}  // namespace Fwk

@@ -13,4 +13,4 @@ void assertionFailed( char const* text, char const* file, int line,
    std::abort();
 }
 
-} // namespace Fwk
+}  // namespace Fwk

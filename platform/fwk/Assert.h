@@ -17,22 +17,22 @@ namespace Fwk {
 
 // The range error of bounded values (an index or number outside its bounds).
 class RangeException : public std::range_error {
- public:
+public:
    explicit RangeException( std::string const& message ) : std::range_error( message ) {}
 };
 
-} // namespace Fwk
+}  // namespace Fwk
 
-#define FWK_ASSERT( cond )                                                  \
-   do {                                                                     \
-      if ( !( cond ) ) {                                                    \
-         ::Fwk::assertionFailed( #cond, __FILE__, __LINE__, __func__ );     \
-      }                                                                     \
+#define FWK_ASSERT( cond )                                              \
+   do {                                                                 \
+      if ( !( cond ) ) {                                                \
+         ::Fwk::assertionFailed( #cond, __FILE__, __LINE__, __func__ ); \
+      }                                                                 \
    } while ( 0 )
 
-#define FWK_ASSERT_TEXT( cond, text )                                       \
-   do {                                                                     \
-      if ( !( cond ) ) {                                                    \
-         ::Fwk::assertionFailed( text, __FILE__, __LINE__, __func__ );      \
-      }                                                                     \
+#define FWK_ASSERT_TEXT( cond, text )                                  \
+   do {                                                                \
+      if ( !( cond ) ) {                                               \
+         ::Fwk::assertionFailed( text, __FILE__, __LINE__, __func__ ); \
+      }                                                                \
    } while ( 0 )

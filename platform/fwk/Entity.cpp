@@ -15,8 +15,8 @@ void Entity::notify( AttributeId attr ) const {
 }
 
 void Entity::enqueue( AttributeId attr, std::unique_ptr<KeyHolder> key ) const {
-   activityManager().enqueue(
-       ActivityManager::Notification{ Fwk::PtrConst<Entity>( this ), attr, std::move( key ) } );
+   activityManager().enqueue( ActivityManager::Notification{
+       Fwk::PtrConst<Entity>( this ), attr, std::move( key ) } );
 }
 
 void Entity::deliver( AttributeId attr, KeyRef key ) const {
@@ -26,7 +26,7 @@ void Entity::deliver( AttributeId attr, KeyRef key ) const {
    // Reactors added by a reaction do not see the change being delivered.
    std::size_t const count = reactors_.size();
    for ( std::size_t i = 0; i < count; ++i ) {
-      Reactor* reactor = reactors_[ i ];
+      Reactor* reactor = reactors_[i];
       if ( reactor && reactor->notificationActive() ) {
          reactor->onAttribute( attr, key );
       }
@@ -37,7 +37,9 @@ void Entity::deliver( AttributeId attr, KeyRef key ) const {
    }
 }
 
-void Entity::reactorIs( Reactor* reactor ) const { reactors_.push_back( reactor ); }
+void Entity::reactorIs( Reactor* reactor ) const {
+   reactors_.push_back( reactor );
+}
 
 void Entity::reactorDel( Reactor* reactor ) const {
    auto i = std::find( reactors_.begin(), reactors_.end(), reactor );
@@ -45,7 +47,7 @@ void Entity::reactorDel( Reactor* reactor ) const {
       return;
    }
    if ( delivering_ ) {
-      *i = nullptr; // compacted when the delivery ends
+      *i = nullptr;  // compacted when the delivery ends
    } else {
       reactors_.erase( i );
    }
@@ -63,4 +65,4 @@ Reactor::~Reactor() {
    }
 }
 
-} // namespace Fwk
+}  // namespace Fwk

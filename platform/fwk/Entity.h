@@ -34,9 +34,10 @@ namespace Fwk {
 typedef U16 AttributeId;
 
 // The key of a changed collection element, as a reactor sees it: a typed reference that
-// is valid for the duration of the reaction. A change of a plain attribute has a null key.
+// is valid for the duration of the reaction. A change of a plain attribute has a null
+// key.
 class KeyRef {
- public:
+public:
    KeyRef() = default;
    template <class K>
    explicit KeyRef( K const& k ) : type_( &typeid( K ) ), key_( &k ) {}
@@ -52,7 +53,7 @@ class KeyRef {
       return *static_cast<K const*>( key_ );
    }
 
- private:
+private:
    std::type_info const* type_ = nullptr;
    void const* key_ = nullptr;
 };
@@ -60,7 +61,7 @@ class KeyRef {
 class Reactor;
 
 class Entity : public PtrInterface {
- public:
+public:
    typedef Fwk::Ptr<Entity> Ptr;
    typedef Fwk::PtrConst<Entity> PtrConst;
 
@@ -75,11 +76,11 @@ class Entity : public PtrInterface {
    // itself a reaction).
    void deliver( AttributeId attr, KeyRef key ) const;
 
- protected:
+protected:
    explicit Entity( std::string name ) : name_( std::move( name ) ) {}
    ~Entity() override;
 
- private:
+private:
    friend class Reactor;
    void reactorIs( Reactor* reactor ) const;
    void reactorDel( Reactor* reactor ) const;
@@ -95,7 +96,7 @@ class Entity : public PtrInterface {
 // loop for each change of the watched entity while notifications are active (they start
 // inactive: the owner switches them on with hasNotificationActiveIs( true )).
 class Reactor {
- public:
+public:
    Reactor( Reactor const& ) = delete;
    Reactor& operator=( Reactor const& ) = delete;
    virtual ~Reactor();
@@ -105,11 +106,11 @@ class Reactor {
 
    virtual void onAttribute( AttributeId attr, KeyRef key ) = 0;
 
- protected:
+protected:
    // Registers with the notifier, which must outlive the reactor (ReactorOn holds it).
    explicit Reactor( Entity const* notifier );
 
- private:
+private:
    Entity const* notifier_;
    bool active_ = false;
 };
@@ -118,31 +119,31 @@ class Reactor {
 // a back pointer to its owner, which must outlive it (owners hold their reactors).
 template <class E, class Owner>
 class ReactorOn : public Reactor {
- public:
+public:
    ReactorOn( Fwk::Ptr<E> const& notifier, Owner* owner )
        : Reactor( notifier.ptr() ), notifier_( notifier ), owner_( owner ) {}
 
    E* notifier() const { return notifier_.ptr(); }
    Owner* owner() const { return owner_; }
 
- private:
+private:
    Fwk::Ptr<E> notifier_;
    Owner* owner_;
 };
 
 class KeyHolder {
- public:
+public:
    virtual ~KeyHolder() = default;
    virtual KeyRef ref() const = 0;
 };
 
 template <class K>
 class KeyHolderOf : public KeyHolder {
- public:
+public:
    explicit KeyHolderOf( K const& key ) : key_( key ) {}
    KeyRef ref() const override { return KeyRef( key_ ); }
 
- private:
+private:
    K key_;
 };
 
@@ -159,7 +160,7 @@ void Entity::notify( AttributeId attr, K const& key ) const {
 // default, std::map where key order matters.
 template <class K, class V, class Map = std::unordered_map<K, V, SaltedHash<K, 0>>>
 class Collection {
- public:
+public:
    typedef typename Map::const_iterator const_iterator;
 
    Collection( Entity const* owner, AttributeId attr ) : owner_( owner ), attr_( attr ) {}
@@ -174,7 +175,7 @@ class Collection {
    const_iterator end() const { return map_.end(); }
 
    void set( K const& key, V value ) {
-      map_[ key ] = std::move( value );
+      map_[key] = std::move( value );
       owner_->notify( attr_, key );
    }
    bool del( K const& key ) {
@@ -191,7 +192,7 @@ class Collection {
       }
    }
 
- private:
+private:
    Entity const* owner_;
    AttributeId attr_;
    Map map_;
@@ -200,4 +201,4 @@ class Collection {
 template <class K, class V>
 using OrderedCollection = Collection<K, V, std::map<K, V>>;
 
-} // namespace Fwk
+}  // namespace Fwk

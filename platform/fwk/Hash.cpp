@@ -14,11 +14,11 @@ U32 seedFromEnvironment() {
    return 0x2f6b1d53u;
 }
 
-} // namespace
+}  // namespace
 
 U32 hashSeed() {
    static U32 const seed = seedFromEnvironment();
    return seed;
 }
 
-} // namespace Fwk
+}  // namespace Fwk

@@ -31,7 +31,7 @@ struct HasHashMember : std::false_type {};
 template <class K>
 struct HasHashMember<K, std::void_t<decltype( std::declval<K const&>().hash( 0u ) )>>
     : std::true_type {};
-} // namespace detail
+}  // namespace detail
 
 // Hash functor of a collection with the given salt. Keys either have a member
 // hash( unsigned seed ) or are integers or enumerations.
@@ -48,4 +48,4 @@ struct SaltedHash {
    }
 };
 
-} // namespace Fwk
+}  // namespace Fwk

@@ -16,7 +16,7 @@
 namespace Fwk {
 
 class PtrInterface {
- public:
+public:
    PtrInterface() = default;
    // A copy is a new object: it starts without references.
    PtrInterface( PtrInterface const& ) {}
@@ -30,10 +30,10 @@ class PtrInterface {
    }
    long references() const noexcept { return references_; }
 
- protected:
+protected:
    virtual ~PtrInterface() = default;
 
- private:
+private:
 #ifdef FWK_THREAD_SAFE_PTR
    mutable std::atomic<long> references_{ 0 };
 #else
@@ -43,7 +43,7 @@ class PtrInterface {
 
 template <class T>
 class Ptr {
- public:
+public:
    Ptr() noexcept = default;
    Ptr( std::nullptr_t ) noexcept {}
    Ptr( T* p ) noexcept : p_( p ) { acquire(); }
@@ -76,7 +76,7 @@ class Ptr {
    bool operator==( std::nullptr_t ) const noexcept { return !p_; }
    bool operator!=( std::nullptr_t ) const noexcept { return p_; }
 
- private:
+private:
    void acquire() const noexcept {
       if ( p_ ) {
          p_->newRef();
@@ -99,4 +99,4 @@ Ptr<To> ptr_cast( Ptr<From> const& from ) {
    return Ptr<To>( dynamic_cast<To*>( from.ptr() ) );
 }
 
-} // namespace Fwk
+}  // namespace Fwk

@@ -4,7 +4,7 @@ namespace Quay {
 
 namespace {
 Task* running = nullptr;
-} // namespace
+}  // namespace
 
 TaskScheduler::Ptr TaskSchedulerRoot::findOrCreateScheduler() {
    static TaskScheduler::Ptr scheduler( new TaskScheduler( "root" ) );
@@ -14,7 +14,9 @@ TaskScheduler::Ptr TaskSchedulerRoot::findOrCreateScheduler() {
 Task::Task( TaskScheduler::Ptr scheduler, std::string name, int priority )
     : Timer( std::move( name ), priority ), scheduler_( std::move( scheduler ) ) {}
 
-Task* Task::currentTask() { return running; }
+Task* Task::currentTask() {
+   return running;
+}
 
 void Task::onDue() {
    Task* previous = running;
@@ -40,4 +42,4 @@ void TimerTask::onDue() {
    }
 }
 
-} // namespace Quay
+}  // namespace Quay

@@ -15,19 +15,19 @@
 namespace Quay {
 
 class TaskScheduler : public Fwk::Entity {
- public:
+public:
    typedef Fwk::Ptr<TaskScheduler> Ptr;
    explicit TaskScheduler( std::string name ) : Entity( std::move( name ) ) {}
 };
 
 class TaskSchedulerRoot {
- public:
+public:
    // The process's scheduler, made on first use.
    static TaskScheduler::Ptr findOrCreateScheduler();
 };
 
 class Task : public Fwk::Timer {
- public:
+public:
    typedef Fwk::Ptr<Task> Ptr;
    enum : Fwk::AttributeId { run = 1 };
 
@@ -36,17 +36,17 @@ class Task : public Fwk::Timer {
    // The task whose run is in progress, or null.
    static Task* currentTask();
 
- protected:
+protected:
    Task( TaskScheduler::Ptr scheduler, std::string name, int priority );
    void onDue() override;
 
- private:
+private:
    TaskScheduler::Ptr scheduler_;
    bool running_ = false;
 };
 
 class TimerTask : public Task {
- public:
+public:
    typedef Fwk::Ptr<TimerTask> Ptr;
 
    static Ptr TimerTaskIs( TaskScheduler::Ptr scheduler, std::string name, int priority );
@@ -57,13 +57,13 @@ class TimerTask : public Task {
    // Runs the task once, `delay` seconds from now (replacing an earlier schedule).
    void scheduleTaskDelay( Fwk::Seconds delay );
 
- protected:
+protected:
    TimerTask( TaskScheduler::Ptr scheduler, std::string name, int priority )
        : Task( std::move( scheduler ), std::move( name ), priority ) {}
    void onDue() override;
 
- private:
+private:
    bool enabled_ = false;
 };
 
-} // namespace Quay
+}  // namespace Quay

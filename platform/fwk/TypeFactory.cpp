@@ -8,7 +8,7 @@ TypeFactory& TypeFactory::instance() {
 }
 
 void TypeFactory::typeIs( std::string const& name, Creator creator ) {
-   creators_[ name ] = std::move( creator );
+   creators_[name] = std::move( creator );
 }
 
 bool TypeFactory::typeHas( std::string const& name ) const {
@@ -32,4 +32,4 @@ Entity::Ptr TypeFactory::create( std::string const& name,
    return i->second( args );
 }
 
-} // namespace Fwk
+}  // namespace Fwk

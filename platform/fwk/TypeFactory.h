@@ -16,7 +16,7 @@
 namespace Fwk {
 
 class TypeFactory {
- public:
+public:
    typedef std::function<Entity::Ptr( std::vector<std::string> const& args )> Creator;
 
    static TypeFactory& instance();
@@ -26,18 +26,20 @@ class TypeFactory {
    bool typeHas( std::string const& name ) const;
    std::vector<std::string> typeNames() const;
    // Creates an entity of a registered type; null when the name is unknown.
-   Entity::Ptr create( std::string const& name, std::vector<std::string> const& args ) const;
+   Entity::Ptr create( std::string const& name,
+                       std::vector<std::string> const& args ) const;
 
- private:
+private:
    std::map<std::string, Creator> creators_;
 };
 
 // Registers a type from a static initialiser:
-//   static Fwk::TypeRegistration reg( "Corvane::NatMounter", []( auto const& args ) {...} );
+//   static Fwk::TypeRegistration reg( "Corvane::NatMounter", []( auto const& args ) {...}
+//   );
 struct TypeRegistration {
    TypeRegistration( std::string const& name, TypeFactory::Creator creator ) {
       TypeFactory::instance().typeIs( name, std::move( creator ) );
    }
 };
 
-} // namespace Fwk
+}  // namespace Fwk

@@ -16,4 +16,4 @@ namespace Fwk {
 // Time in seconds, as the agent's clocks and timers count it.
 typedef double Seconds;
 
-} // namespace Fwk
+}  // namespace Fwk

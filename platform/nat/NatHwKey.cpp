@@ -24,13 +24,13 @@ NatHwKey::NatHwKey( NatKeyType keyType, Wirel::IpAndPort srcIpAndPortOld,
 
 bool NatHwKey::isStaticNapt() const {
    return ( keyType_ == staticSrcNat || keyType_ == staticDstNat ) &&
-          ( port_[ srcNew ] != 0 || port_[ dstNew ] != 0 );
+          ( port_[srcNew] != 0 || port_[dstNew] != 0 );
 }
 
 bool NatHwKey::isTwiceNapt() const {
    return ( keyType_ == twiceNatSrc || keyType_ == twiceNatDst ) &&
-          ( port_[ srcOld ] != 0 || port_[ dstOld ] != 0 ) &&
-          ( port_[ srcNew ] != 0 || port_[ dstNew ] != 0 );
+          ( port_[srcOld] != 0 || port_[dstOld] != 0 ) &&
+          ( port_[srcNew] != 0 || port_[dstNew] != 0 );
 }
 
 bool NatHwKey::isDynamicNat() const {
@@ -38,17 +38,17 @@ bool NatHwKey::isDynamicNat() const {
 }
 
 bool NatHwKey::isAddrOnlyNat() const {
-   return isDynamicNat() && ( ip_[ srcOld ] == 0 || ip_[ dstOld ] == 0 );
+   return isDynamicNat() && ( ip_[srcOld] == 0 || ip_[dstOld] == 0 );
 }
 
 std::string NatHwKey::stringValue() const {
-   static char const* const labels[ 4 ] = { " old sip: ", " new sip: ", " old dip: ",
-                                            " new dip: " };
+   static char const* const labels[4] = {
+       " old sip: ", " new sip: ", " old dip: ", " new dip: " };
    std::string s = "type: " + valueToStrep( keyType_ ) + ",";
    for ( int f = srcOld; f <= dstNew; ++f ) {
       Wirel::IpAndPort value = ipAndPort( static_cast<Field>( f ) );
       if ( !value.isUnset() ) {
-         s += labels[ f ];
+         s += labels[f];
          s += value.stringValue();
          s += ",";
       }
@@ -65,10 +65,10 @@ unsigned NatHwKey::hash( unsigned seed ) const noexcept {
    U32 h = seed;
    h = Fwk::hashMix( h, keyType_ );
    for ( int f = 0; f < 4; ++f ) {
-      h = Fwk::hashMix( h, ip_[ f ] );
+      h = Fwk::hashMix( h, ip_[f] );
    }
-   h = Fwk::hashMix( h, ( U32( port_[ 0 ] ) << 16 ) | port_[ 1 ] );
-   h = Fwk::hashMix( h, ( U32( port_[ 2 ] ) << 16 ) | port_[ 3 ] );
+   h = Fwk::hashMix( h, ( U32( port_[0] ) << 16 ) | port_[1] );
+   h = Fwk::hashMix( h, ( U32( port_[2] ) << 16 ) | port_[3] );
    h = Fwk::hashMix( h, ( U32( dynProto_ ) << 8 ) | U32( reverse_ ) );
    h = Fwk::hashMix( h, faId_ );
    h = Fwk::hashMix( h, aclId_.value() );
@@ -84,29 +84,29 @@ bool NatHwKey::operator==( NatHwKey const& o ) const {
 
 bool NatHwKey::operator<( NatHwKey const& o ) const {
    auto tie = []( NatHwKey const& k ) {
-      return std::tie( k.keyType_, k.ip_[ 0 ], k.port_[ 0 ], k.ip_[ 1 ], k.port_[ 1 ],
-                       k.ip_[ 2 ], k.port_[ 2 ], k.ip_[ 3 ], k.port_[ 3 ], k.dynProto_,
-                       k.reverse_, k.faId_, k.aclId_ );
+      return std::tie( k.keyType_, k.ip_[0], k.port_[0], k.ip_[1], k.port_[1], k.ip_[2],
+                       k.port_[2], k.ip_[3], k.port_[3], k.dynProto_, k.reverse_, k.faId_,
+                       k.aclId_ );
    };
    return tie( *this ) < tie( o );
 }
 
 std::string valueToStrep( NatHwKey::NatKeyType keyType ) {
    switch ( keyType ) {
-   case NatHwKey::natKeyTypeNone:
-      return "natKeyTypeNone";
-   case NatHwKey::staticSrcNat:
-      return "staticSrcNat";
-   case NatHwKey::staticDstNat:
-      return "staticDstNat";
-   case NatHwKey::twiceNatSrc:
-      return "twiceNatSrc";
-   case NatHwKey::twiceNatDst:
-      return "twiceNatDst";
-   case NatHwKey::dynamicSrcNat:
-      return "dynamicSrcNat";
-   case NatHwKey::dynamicDstNat:
-      return "dynamicDstNat";
+      case NatHwKey::natKeyTypeNone:
+         return "natKeyTypeNone";
+      case NatHwKey::staticSrcNat:
+         return "staticSrcNat";
+      case NatHwKey::staticDstNat:
+         return "staticDstNat";
+      case NatHwKey::twiceNatSrc:
+         return "twiceNatSrc";
+      case NatHwKey::twiceNatDst:
+         return "twiceNatDst";
+      case NatHwKey::dynamicSrcNat:
+         return "dynamicSrcNat";
+      case NatHwKey::dynamicDstNat:
+         return "dynamicDstNat";
    }
    return std::to_string( static_cast<U32>( keyType ) );
 }
@@ -115,4 +115,4 @@ std::ostream& operator<<( std::ostream& os, NatHwKey const& key ) {
    return os << key.stringValue();
 }
 
-} // namespace Oro
+}  // namespace Oro

@@ -17,7 +17,7 @@ namespace Oro {
 
 // The id of a NAT ACL; its text form is the number in decimal.
 class NatAclId {
- public:
+public:
    NatAclId() = default;
    explicit NatAclId( U32 value ) : value_( value ) {}
    U32 value() const { return value_; }
@@ -26,12 +26,12 @@ class NatAclId {
    bool operator!=( NatAclId o ) const { return value_ != o.value_; }
    bool operator<( NatAclId o ) const { return value_ < o.value_; }
 
- private:
+private:
    U32 value_ = 0;
 };
 
 class NatHwKey {
- public:
+public:
    // The kind of NAT a key encodes. The type holds any 32-bit value; the named ones are
    // those the agent knows.
    enum NatKeyType : U32 {
@@ -77,15 +77,15 @@ class NatHwKey {
    bool operator!=( NatHwKey const& o ) const { return !( *this == o ); }
    bool operator<( NatHwKey const& o ) const;
 
- private:
+private:
    enum Field { srcOld = 0, srcNew = 1, dstOld = 2, dstNew = 3 };
    Wirel::IpAndPort ipAndPort( Field f ) const {
-      return Wirel::IpAndPort( Wirel::IpAddr( ip_[ f ] ), port_[ f ] );
+      return Wirel::IpAndPort( Wirel::IpAddr( ip_[f] ), port_[f] );
    }
 
    NatKeyType keyType_ = natKeyTypeNone;
-   U32 ip_[ 4 ] = {};
-   U16 port_[ 4 ] = {};
+   U32 ip_[4] = {};
+   U16 port_[4] = {};
    U8 dynProto_ = 0;
    bool reverse_ = false;
    U32 faId_ = 0;
@@ -97,4 +97,4 @@ std::string valueToStrep( NatHwKey::NatKeyType keyType );
 
 std::ostream& operator<<( std::ostream& os, NatHwKey const& key );
 
-} // namespace Oro
+}  // namespace Oro

@@ -5,7 +5,7 @@
 namespace Wirel {
 
 std::string IpAddr::stringValue() const {
-   char text[ 16 ];
+   char text[16];
    std::snprintf( text, sizeof( text ), "%u.%u.%u.%u", ( value_ >> 24 ) & 0xff,
                   ( value_ >> 16 ) & 0xff, ( value_ >> 8 ) & 0xff, value_ & 0xff );
    return text;
@@ -18,8 +18,8 @@ bool IpAddr::fromString( std::string const& text, IpAddr& out ) {
    while ( octets < 4 ) {
       std::size_t start = i;
       U32 octet = 0;
-      while ( i < text.size() && text[ i ] >= '0' && text[ i ] <= '9' && i - start < 3 ) {
-         octet = octet * 10 + static_cast<U32>( text[ i ] - '0' );
+      while ( i < text.size() && text[i] >= '0' && text[i] <= '9' && i - start < 3 ) {
+         octet = octet * 10 + static_cast<U32>( text[i] - '0' );
          ++i;
       }
       if ( i == start || octet > 255 ) {
@@ -28,7 +28,7 @@ bool IpAddr::fromString( std::string const& text, IpAddr& out ) {
       value = ( value << 8 ) | octet;
       ++octets;
       if ( octets < 4 ) {
-         if ( i >= text.size() || text[ i ] != '.' ) {
+         if ( i >= text.size() || text[i] != '.' ) {
             return false;
          }
          ++i;
@@ -46,7 +46,9 @@ std::string IpAndPort::stringValue() const {
 }
 
 U32 prefixMask( unsigned length ) {
-   return length == 0 ? 0 : length >= 32 ? 0xffffffffu : ~( ( 1u << ( 32 - length ) ) - 1 );
+   return length == 0    ? 0
+          : length >= 32 ? 0xffffffffu
+                         : ~( ( 1u << ( 32 - length ) ) - 1 );
 }
 
 unsigned IpAddrWithFullMask::prefixLength() const {
@@ -68,6 +70,8 @@ std::string IpAddrWithFullMask::stringValue() const {
    return address_.stringValue() + "/" + IpAddr( mask_ ).stringValue();
 }
 
-std::string IntfId::stringValue() const { return std::to_string( value_ ); }
+std::string IntfId::stringValue() const {
+   return std::to_string( value_ );
+}
 
-} // namespace Wirel
+}  // namespace Wirel

@@ -13,7 +13,7 @@
 namespace Wirel {
 
 class IpAddr {
- public:
+public:
    IpAddr() = default;
    explicit IpAddr( U32 hostOrder ) : value_( hostOrder ) {}
 
@@ -28,12 +28,12 @@ class IpAddr {
    bool operator!=( IpAddr o ) const { return value_ != o.value_; }
    bool operator<( IpAddr o ) const { return value_ < o.value_; }
 
- private:
+private:
    U32 value_ = 0;
 };
 
 class IpAndPort {
- public:
+public:
    IpAndPort() = default;
    IpAndPort( IpAddr ip, U16 port ) : ip_( ip ), port_( port ) {}
 
@@ -44,16 +44,18 @@ class IpAndPort {
    // "10.0.0.1:80"; the port is always printed, also when it is 0.
    std::string stringValue() const;
 
-   bool operator==( IpAndPort const& o ) const { return ip_ == o.ip_ && port_ == o.port_; }
+   bool operator==( IpAndPort const& o ) const {
+      return ip_ == o.ip_ && port_ == o.port_;
+   }
    bool operator!=( IpAndPort const& o ) const { return !( *this == o ); }
 
- private:
+private:
    IpAddr ip_;
    U16 port_ = 0;
 };
 
 class IpAddrWithFullMask {
- public:
+public:
    IpAddrWithFullMask() = default;
    IpAddrWithFullMask( IpAddr address, U32 mask ) : address_( address ), mask_( mask ) {}
 
@@ -71,7 +73,7 @@ class IpAddrWithFullMask {
    }
    bool operator!=( IpAddrWithFullMask const& o ) const { return !( *this == o ); }
 
- private:
+private:
    IpAddr address_;
    U32 mask_ = 0;
 };
@@ -81,7 +83,7 @@ U32 prefixMask( unsigned length );
 
 // A 64-bit interface id; its text form is the number in decimal.
 class IntfId {
- public:
+public:
    IntfId() = default;
    explicit IntfId( U64 value ) : value_( value ) {}
    U64 value() const { return value_; }
@@ -89,8 +91,8 @@ class IntfId {
    bool operator==( IntfId o ) const { return value_ == o.value_; }
    bool operator!=( IntfId o ) const { return value_ != o.value_; }
 
- private:
+private:
    U64 value_ = 0;
 };
 
-} // namespace Wirel
+}  // namespace Wirel

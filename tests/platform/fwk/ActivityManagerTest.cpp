@@ -16,7 +16,7 @@ using Fwk::KeyRef;
 
 // A small entity with a plain attribute and a keyed collection.
 class Counter : public Fwk::Entity {
- public:
+public:
    typedef Fwk::Ptr<Counter> Ptr;
    enum : AttributeId { value = 1, item = 2 };
 
@@ -28,7 +28,7 @@ class Counter : public Fwk::Entity {
    }
    Fwk::Collection<int, std::string> items{ this, item };
 
- private:
+private:
    int value_ = 0;
 };
 
@@ -36,7 +36,7 @@ typedef std::vector<std::string> Log;
 
 // Records what it sees; optionally makes a change of its own from inside the reaction.
 class Recorder : public Fwk::ReactorOn<Counter, Log> {
- public:
+public:
    Recorder( Counter::Ptr const& c, Log* log, std::string tag )
        : ReactorOn( c, log ), tag_( std::move( tag ) ) {
       hasNotificationActiveIs( true );
@@ -55,12 +55,12 @@ class Recorder : public Fwk::ReactorOn<Counter, Log> {
    }
    std::function<void()> chain;
 
- private:
+private:
    std::string tag_;
 };
 
 class ActivityManagerTest : public ::testing::Test {
- protected:
+protected:
    Fwk::Ptr<Fwk::VirtualClock> clock{ new Fwk::VirtualClock };
    Fwk::ScopedActivityManager scope{ clock };
    Fwk::ActivityManager& loop = scope.manager();
@@ -73,7 +73,7 @@ TEST_F( ActivityManagerTest, ChangesAreDeliveredFromTheLoopInOrderWithTheirKeys 
    a->items.set( 7, "x" );
    a->valueIs( 3 );
    a->items.del( 7 );
-   a->items.del( 8 ); // absent: no change, no notification
+   a->items.del( 8 );  // absent: no change, no notification
    EXPECT_TRUE( log.empty() ) << "nothing is delivered before the loop runs";
    EXPECT_EQ( loop.runUntilIdle(), 3u );
    EXPECT_EQ( log, ( Log{ "r:a.item[7]", "r:a.value=3", "r:a.item[7]" } ) );
@@ -82,15 +82,15 @@ TEST_F( ActivityManagerTest, ChangesAreDeliveredFromTheLoopInOrderWithTheirKeys 
 TEST_F( ActivityManagerTest, ChangesMadeInsideAReactionComeAfterItInOrder ) {
    Counter::Ptr a( new Counter( "a" ) ), b( new Counter( "b" ) );
    Recorder ra( a, &log, "ra" ), ra2( a, &log, "ra2" ), rb( b, &log, "rb" );
-   ra.chain = [ & ] {
+   ra.chain = [&] {
       b->valueIs( 10 );
       log.push_back( "ra changed b" );
       b->items.set( 1, "y" );
    };
    a->valueIs( 1 );
    loop.runUntilIdle();
-   EXPECT_EQ( log, ( Log{ "ra changed b", "ra:a.value=1", "ra2:a.value=1", "rb:b.value=10",
-                          "rb:b.item[1]" } ) );
+   EXPECT_EQ( log, ( Log{ "ra changed b", "ra:a.value=1", "ra2:a.value=1",
+                          "rb:b.value=10", "rb:b.item[1]" } ) );
 }
 
 TEST_F( ActivityManagerTest, SilencedAndDestroyedReactorsReceiveNothing ) {
@@ -100,7 +100,7 @@ TEST_F( ActivityManagerTest, SilencedAndDestroyedReactorsReceiveNothing ) {
    Recorder third( a, &log, "third" );
    third.hasNotificationActiveIs( false );
    // The first reactor silences the second while the change is being delivered.
-   first->chain = [ & ] { second.hasNotificationActiveIs( false ); };
+   first->chain = [&] { second.hasNotificationActiveIs( false ); };
    a->valueIs( 1 );
    loop.runUntilIdle();
    EXPECT_EQ( log, ( Log{ "first:a.value=1" } ) );
@@ -119,7 +119,7 @@ TEST_F( ActivityManagerTest, ANotifiedEntityLivesUntilDelivery ) {
       Counter::Ptr a( new Counter( "gone" ) );
       auto r = std::make_unique<Recorder>( a, &seen, "r" );
       a->valueIs( 5 );
-      EXPECT_EQ( a->references(), 3 ); // ours, the reactor's, the queued change's
+      EXPECT_EQ( a->references(), 3 );  // ours, the reactor's, the queued change's
       r.reset();
    }
    EXPECT_EQ( loop.pendingNotifications(), 1u );
@@ -130,7 +130,7 @@ TEST_F( ActivityManagerTest, ANotifiedEntityLivesUntilDelivery ) {
 
 // A task reactor that logs each run with the virtual time and reschedules itself.
 class Ticker : public Fwk::ReactorOn<Quay::TimerTask, Log> {
- public:
+public:
    Ticker( Quay::TimerTask::Ptr const& t, Log* log, double period )
        : ReactorOn( t, log ), period_( period ) {
       hasNotificationActiveIs( true );
@@ -141,7 +141,7 @@ class Ticker : public Fwk::ReactorOn<Quay::TimerTask, Log> {
       }
       EXPECT_TRUE( notifier()->taskCurrentlyRunning() );
       EXPECT_EQ( Quay::Task::currentTask(), notifier() );
-      char at[ 32 ];
+      char at[32];
       std::snprintf( at, sizeof( at ), "@%g", Fwk::activityManager().clock()->now() );
       owner()->push_back( notifier()->name() + at );
       if ( period_ > 0 ) {
@@ -149,7 +149,7 @@ class Ticker : public Fwk::ReactorOn<Quay::TimerTask, Log> {
       }
    }
 
- private:
+private:
    double period_;
 };
 
@@ -183,7 +183,7 @@ TEST_F( ActivityManagerTest, ReschedulingReplacesAndSwitchingOffSkipsARun ) {
    Ticker ticker( task, &log, 0 );
    task->enabledIs( true );
    task->scheduleTaskDelay( 5.0 );
-   task->scheduleTaskDelay( 8.0 ); // replaces the run at 5
+   task->scheduleTaskDelay( 8.0 );  // replaces the run at 5
    loop.advance( 10.0 );
    EXPECT_EQ( log, ( Log{ "t@8" } ) );
 
@@ -222,4 +222,4 @@ TEST_F( ActivityManagerTest, ChangesMadeByATimerRunAreDeliveredBeforeTheNextTime
    EXPECT_EQ( log, ( Log{ "r:a.value=1", "r:a.value=2" } ) );
 }
 
-} // namespace
+}  // namespace
