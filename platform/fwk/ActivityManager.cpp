@@ -70,6 +70,10 @@ Seconds ActivityManager::nextTimerDue() {
    return timers_.empty() ? -1.0 : timers_.top().due;
 }
 
+void ActivityManager::post( std::function<void()> call ) {
+   queue_.push_back( Notification{ nullptr, 0, nullptr, std::move( call ) } );
+}
+
 bool ActivityManager::idle() const {
    return queue_.empty();
 }
@@ -80,7 +84,11 @@ bool ActivityManager::deliverOne() {
    }
    Notification n = std::move( queue_.front() );
    queue_.pop_front();
-   n.entity->deliver( n.attr, n.key ? n.key->ref() : KeyRef() );
+   if ( n.entity ) {
+      n.entity->deliver( n.attr, n.key ? n.key->ref() : KeyRef() );
+   } else {
+      n.call();
+   }
    return true;
 }
 

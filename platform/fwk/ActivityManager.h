@@ -13,6 +13,7 @@
 // first.
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <queue>
 #include <vector>
@@ -101,6 +102,10 @@ public:
    void runUntil( Seconds t );
    void advance( Seconds dt ) { runUntil( clock_->now() + dt ); }
 
+   // Queues a call to run from the loop, in order with queued changes (mount completion
+   // and other deferred work of the platform).
+   void post( std::function<void()> call );
+
    bool idle() const;
    std::size_t pendingNotifications() const { return queue_.size(); }
    // Due time of the earliest scheduled timer, or a negative value when none is.
@@ -109,10 +114,12 @@ public:
 private:
    friend class Entity;
    friend class Timer;
+   // A queued change of an entity, or a posted call (entity null).
    struct Notification {
       PtrConst<Entity> entity;
       AttributeId attr;
       std::unique_ptr<KeyHolder> key;
+      std::function<void()> call;
    };
    struct Scheduled {
       Seconds due;

@@ -16,7 +16,7 @@ void Entity::notify( AttributeId attr ) const {
 
 void Entity::enqueue( AttributeId attr, std::unique_ptr<KeyHolder> key ) const {
    activityManager().enqueue( ActivityManager::Notification{
-       Fwk::PtrConst<Entity>( this ), attr, std::move( key ) } );
+       Fwk::PtrConst<Entity>( this ), attr, std::move( key ), nullptr } );
 }
 
 void Entity::deliver( AttributeId attr, KeyRef key ) const {

@@ -113,6 +113,20 @@ TEST_F( ActivityManagerTest, SilencedAndDestroyedReactorsReceiveNothing ) {
    EXPECT_EQ( log, ( Log{ "second:a.value=2" } ) );
 }
 
+TEST_F( ActivityManagerTest, PostedCallsRunInOrderWithChanges ) {
+   Counter::Ptr a( new Counter( "a" ) );
+   Recorder r( a, &log, "r" );
+   a->valueIs( 1 );
+   loop.post( [&] {
+      log.push_back( "posted" );
+      a->valueIs( 2 );
+   } );
+   a->valueIs( 3 );
+   loop.runUntilIdle();
+   EXPECT_EQ( log, ( Log{ "r:a.value=3", "posted", "r:a.value=2", "r:a.value=2" } ) )
+       << "a reaction sees the value as it is when the change is delivered";
+}
+
 TEST_F( ActivityManagerTest, ANotifiedEntityLivesUntilDelivery ) {
    Log seen;
    {
