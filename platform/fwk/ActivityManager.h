@@ -107,6 +107,9 @@ public:
    void post( std::function<void()> call );
 
    bool idle() const;
+   // The number of changes queued so far; a change's number orders it against the
+   // creation of reactors.
+   U64 changeCount() const { return changeCount_; }
    std::size_t pendingNotifications() const { return queue_.size(); }
    // Due time of the earliest scheduled timer, or a negative value when none is.
    Seconds nextTimerDue();
@@ -120,6 +123,7 @@ private:
       AttributeId attr;
       std::unique_ptr<KeyHolder> key;
       std::function<void()> call;
+      U64 sequence;
    };
    struct Scheduled {
       Seconds due;
@@ -132,7 +136,10 @@ private:
       bool operator()( Scheduled const& a, Scheduled const& b ) const;
    };
 
-   void enqueue( Notification n ) { queue_.push_back( std::move( n ) ); }
+   void enqueue( Notification n ) {
+      n.sequence = ++changeCount_;
+      queue_.push_back( std::move( n ) );
+   }
    void schedule( Timer* timer );
    bool deliverOne();
    bool fireOneDue( Seconds now );
@@ -142,6 +149,7 @@ private:
    std::deque<Notification> queue_;
    std::priority_queue<Scheduled, std::vector<Scheduled>, Later> timers_;
    U64 sequence_ = 0;
+   U64 changeCount_ = 0;
    bool running_ = false;
 };
 

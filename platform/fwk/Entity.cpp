@@ -16,10 +16,10 @@ void Entity::notify( AttributeId attr ) const {
 
 void Entity::enqueue( AttributeId attr, std::unique_ptr<KeyHolder> key ) const {
    activityManager().enqueue( ActivityManager::Notification{
-       Fwk::PtrConst<Entity>( this ), attr, std::move( key ), nullptr } );
+       Fwk::PtrConst<Entity>( this ), attr, std::move( key ), nullptr, 0 } );
 }
 
-void Entity::deliver( AttributeId attr, KeyRef key ) const {
+void Entity::deliver( AttributeId attr, KeyRef key, U64 sequence ) const {
    // Keep this entity alive even if a reaction drops the last outside reference.
    Fwk::PtrConst<Entity> self( this );
    ++delivering_;
@@ -27,7 +27,7 @@ void Entity::deliver( AttributeId attr, KeyRef key ) const {
    std::size_t const count = reactors_.size();
    for ( std::size_t i = 0; i < count; ++i ) {
       Reactor* reactor = reactors_[i];
-      if ( reactor && reactor->notificationActive() ) {
+      if ( reactor && reactor->notificationActive() && reactor->createdAt_ < sequence ) {
          reactor->onAttribute( attr, key );
       }
    }
@@ -53,7 +53,8 @@ void Entity::reactorDel( Reactor* reactor ) const {
    }
 }
 
-Reactor::Reactor( Entity const* notifier ) : notifier_( notifier ) {
+Reactor::Reactor( Entity const* notifier )
+    : notifier_( notifier ), createdAt_( activityManager().changeCount() ) {
    if ( notifier_ ) {
       notifier_->reactorIs( this );
    }

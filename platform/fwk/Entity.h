@@ -5,9 +5,11 @@
 // An Entity is a reference-counted object with attributes. A change of an attribute (or
 // of one key of a keyed collection) is announced with notify(); the change is queued on
 // the current ActivityManager and delivered later, from its loop, to every Reactor that
-// watches the entity and whose notifications are active at delivery. Delivery runs each
-// reaction to its end: a change made inside a reaction is delivered after that reaction
-// returns, in the order the changes were made.
+// watches the entity, existed when the change was made, and whose notifications are
+// active at delivery. So a reactor sees each change made after its creation exactly
+// once, and none made before (read the entity's state at creation instead). Delivery runs
+// each reaction to its end: a change made inside a reaction is delivered after that
+// reaction returns, in the order the changes were made.
 //
 // Invariants: an entity that has queued notifications stays alive until they are
 // delivered (the queue holds a reference); a reactor holds a reference to the entity it
@@ -72,9 +74,10 @@ public:
    template <class K>
    void notify( AttributeId attr, K const& key ) const;
 
-   // Delivers a change at once to the active reactors (used by timers, whose run is
-   // itself a reaction).
-   void deliver( AttributeId attr, KeyRef key ) const;
+   // Delivers a change to the active reactors created before change number `sequence`
+   // (the loop's count of changes; timers deliver their run at once with the current
+   // count, being a reaction themselves).
+   void deliver( AttributeId attr, KeyRef key, U64 sequence ) const;
 
 protected:
    explicit Entity( std::string name ) : name_( std::move( name ) ) {}
@@ -111,7 +114,9 @@ protected:
    explicit Reactor( Entity const* notifier );
 
 private:
+   friend class Entity;
    Entity const* notifier_;
+   U64 createdAt_;  // the loop's change count when the reactor was made
    bool active_ = false;
 };
 

@@ -22,7 +22,7 @@ void Task::onDue() {
    Task* previous = running;
    running = this;
    running_ = true;
-   deliver( run, Fwk::KeyRef() );
+   deliver( run, Fwk::KeyRef(), Fwk::activityManager().changeCount() + 1 );
    running_ = false;
    running = previous;
 }

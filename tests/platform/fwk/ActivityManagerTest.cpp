@@ -113,6 +113,16 @@ TEST_F( ActivityManagerTest, SilencedAndDestroyedReactorsReceiveNothing ) {
    EXPECT_EQ( log, ( Log{ "second:a.value=2" } ) );
 }
 
+TEST_F( ActivityManagerTest, AReactorSeesOnlyChangesMadeAfterItWasCreated ) {
+   Counter::Ptr a( new Counter( "a" ) );
+   Recorder early( a, &log, "early" );
+   a->items.set( 1, "before" );
+   Recorder late( a, &log, "late" );
+   a->items.set( 2, "after" );
+   loop.runUntilIdle();
+   EXPECT_EQ( log, ( Log{ "early:a.item[1]", "early:a.item[2]", "late:a.item[2]" } ) );
+}
+
 TEST_F( ActivityManagerTest, PostedCallsRunInOrderWithChanges ) {
    Counter::Ptr a( new Counter( "a" ) );
    Recorder r( a, &log, "r" );
