@@ -1,0 +1,143 @@
+// The trace facility: the setting grammar, shared handles, and the lines the sink gets.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "platform/fwk/Trace.h"
+
+namespace {
+
+// The levels of `handle` that are on, as "0,4,8".
+std::string levelsOn( Fwk::TraceHandle const& handle ) {
+   std::string levels;
+   for ( int level = 0; level <= Fwk::traceLevelMax; ++level ) {
+      if ( handle.enabled( level ) ) {
+         levels += ( levels.empty() ? "" : "," ) + std::to_string( level );
+      }
+   }
+   return levels;
+}
+
+// Captures trace lines; restores the sink and the setting it found.
+class TraceTest : public testing::Test {
+protected:
+   void SetUp() override {
+      previousSetting_ = Fwk::traceSetting();
+      previousSink_ = Fwk::traceSinkIs(
+          [this]( Fwk::TraceRecord const& record ) { records.push_back( record ); } );
+   }
+   void TearDown() override {
+      Fwk::traceSinkIs( previousSink_ );
+      Fwk::traceSettingIs( previousSetting_ );
+   }
+   std::vector<Fwk::TraceRecord> records;
+
+private:
+   std::string previousSetting_;
+   Fwk::TraceSink previousSink_;
+};
+
+// Each setting replaces the one before it.
+TEST_F( TraceTest, SettingEnablesTheLevelsItNamesAndIgnoresMalformedItems ) {
+   char const all[] = "0,1,2,3,4,5,6,7,8,9";
+   struct Case {
+      char const* setting;
+      char const* api;
+      char const* other;
+   } const cases[] = {
+       { "Api/0,4,8,Other/*", "0,4,8", all },
+       { "Api", all, "" },
+       { "*", all, all },
+       { "*/3", "3", "3" },
+       { "Api/2-4,7,Other/9-9", "2,3,4,7", "9" },
+       { " Api / 1 , 2 ,,", "1,2", "" },
+       { "Api/1,Api/5,*", all, "" },
+       { "", "", "" },
+       // Malformed: reversed or out-of-range levels, junk, levels without a handle.
+       { "Api/4-2,3,10,1-12", "3", "" },
+       { "Api/x,3", "3", "" },
+       { "3,Api/1", "1", "" },
+       { "Other/1,/3,4", "", "1" },
+       { "Api/-,1--2,0-,,5", "5", "" },
+   };
+   Fwk::TraceHandle api( "Api" );
+   Fwk::TraceHandle other( "Other" );
+   for ( Case const& c : cases ) {
+      Fwk::traceSettingIs( c.setting );
+      EXPECT_EQ( levelsOn( api ), c.api ) << "setting \"" << c.setting << "\"";
+      EXPECT_EQ( levelsOn( other ), c.other ) << "setting \"" << c.setting << "\"";
+   }
+}
+
+TEST_F( TraceTest, HandlesOfOneNameShareTheSettingAlsoWhenMadeLater ) {
+   Fwk::TraceHandle first( "SharedApi" );
+   Fwk::traceSettingIs( "SharedApi/2,LateApi/5" );
+   Fwk::TraceHandle second( "SharedApi" );
+   Fwk::TraceHandle late( "LateApi" );
+   EXPECT_EQ( levelsOn( second ) + " " + levelsOn( late ), "2 5" );
+   Fwk::traceSettingIs( "SharedApi/6" );
+   EXPECT_EQ( levelsOn( first ) + " " + levelsOn( second ) + " " + levelsOn( late ),
+              "6 6 " );
+}
+
+void traceFromNamedFunction( Fwk::TraceHandle const& handle ) {
+   FWK_TRACE_FN( handle, 0, " done" );
+}
+
+TEST_F( TraceTest, LevelsThatAreOnEmitTheFunctionFollowedByTheMessage ) {
+   Fwk::TraceHandle handle( "EmitApi" );
+   Fwk::traceSettingIs( "EmitApi/0,8" );
+   bool const flag = true;
+   bool const ready = false;
+   FWK_TRACE( handle, 8, "doInit",
+              " flash download " << flag << " mountGroup ready " << ready );
+   traceFromNamedFunction( handle );
+   for ( bool taken : { true, false } ) {
+      if ( taken )
+         FWK_TRACE( handle, 0, "then", "" );
+      else
+         FWK_TRACE( handle, 0, "else", "" );
+   }
+   int evaluated = 0;
+   FWK_TRACE( handle, 5, "off", ++evaluated );
+   FWK_TRACE( handle, 10, "off", ++evaluated );
+
+   EXPECT_EQ( evaluated, 0 );
+   ASSERT_EQ( records.size(), 4u );
+   EXPECT_EQ( records[0].handle + "/" + std::to_string( records[0].level ), "EmitApi/8" );
+   EXPECT_EQ( records[0].function, "doInit" );
+   EXPECT_EQ( records[0].line(), "doInit flash download true mountGroup ready false" );
+   EXPECT_EQ( records[1].line(), "traceFromNamedFunction done" );
+   EXPECT_EQ( records[2].function + records[3].function, "thenelse" );
+}
+
+TEST_F( TraceTest, SinkIsReplaceableAndTheDefaultWritesToStandardError ) {
+   Fwk::TraceHandle handle( "DefaultSinkApi" );
+   Fwk::traceSettingIs( "DefaultSinkApi/8" );
+   Fwk::traceSinkIs( nullptr )( Fwk::TraceRecord{ "Handed", 1, "back", "" } );
+   EXPECT_EQ( records.size(), 1u );
+
+   testing::internal::CaptureStderr();
+   FWK_TRACE( handle, 8, "doInit", " ready " << true );
+   EXPECT_EQ( testing::internal::GetCapturedStderr(),
+              "DefaultSinkApi/8 doInit ready true\n" );
+}
+
+// The environment is read at first use, which in this process has happened already:
+// the check runs in a freshly started copy of the test program.
+TEST( TraceEnvironmentDeathTest, TraceVariableIsTheSettingAtFirstUse ) {
+   std::string const style = GTEST_FLAG_GET( death_test_style );
+   char const* const saved = std::getenv( "TRACE" );
+   std::string const previous = saved ? saved : "";
+   GTEST_FLAG_SET( death_test_style, "threadsafe" );
+   setenv( "TRACE", "EnvApi/3,7", 1 );
+   EXPECT_EXIT( std::exit( levelsOn( Fwk::TraceHandle( "EnvApi" ) ) == "3,7" ? 0 : 1 ),
+                testing::ExitedWithCode( 0 ), "" );
+   saved ? setenv( "TRACE", previous.c_str(), 1 ) : unsetenv( "TRACE" );
+   GTEST_FLAG_SET( death_test_style, style );
+}
+
+}  // namespace
