@@ -36,15 +36,18 @@ namespace Fwk {
 typedef U16 AttributeId;
 
 // The key of a changed collection element, as a reactor sees it: a typed reference that
-// is valid for the duration of the reaction. A change of a plain attribute has a null
-// key.
+// is valid for the duration of the reaction, and whether the change removed the element
+// (the element's presence at delivery may differ: it may have changed again since). A
+// change of a plain attribute has a null key.
 class KeyRef {
 public:
    KeyRef() = default;
    template <class K>
-   explicit KeyRef( K const& k ) : type_( &typeid( K ) ), key_( &k ) {}
+   explicit KeyRef( K const& k, bool removed = false )
+       : type_( &typeid( K ) ), key_( &k ), removed_( removed ) {}
 
    bool isNull() const { return key_ == nullptr; }
+   bool removed() const { return removed_; }
    template <class K>
    bool is() const {
       return type_ && *type_ == typeid( K );
@@ -58,6 +61,7 @@ public:
 private:
    std::type_info const* type_ = nullptr;
    void const* key_ = nullptr;
+   bool removed_ = false;
 };
 
 class Reactor;
@@ -72,7 +76,7 @@ public:
    // Announces a change of an attribute, or of one key of a collection attribute.
    void notify( AttributeId attr ) const;
    template <class K>
-   void notify( AttributeId attr, K const& key ) const;
+   void notify( AttributeId attr, K const& key, bool removed = false ) const;
 
    // Delivers a change to the active reactors created before change number `sequence`
    // (the loop's count of changes; timers deliver their run at once with the current
@@ -145,24 +149,25 @@ public:
 template <class K>
 class KeyHolderOf : public KeyHolder {
 public:
-   explicit KeyHolderOf( K const& key ) : key_( key ) {}
-   KeyRef ref() const override { return KeyRef( key_ ); }
+   KeyHolderOf( K const& key, bool removed ) : key_( key ), removed_( removed ) {}
+   KeyRef ref() const override { return KeyRef( key_, removed_ ); }
 
 private:
    K key_;
+   bool removed_;
 };
 
 template <class K>
-void Entity::notify( AttributeId attr, K const& key ) const {
+void Entity::notify( AttributeId attr, K const& key, bool removed ) const {
    if ( hasReactors() ) {
-      enqueue( attr, std::make_unique<KeyHolderOf<K>>( key ) );
+      enqueue( attr, std::make_unique<KeyHolderOf<K>>( key, removed ) );
    }
 }
 
 // A keyed collection attribute of an entity. Every write and every removal of a present
-// key is announced to the owner's reactors with the attribute and the key (a write is
-// announced even when the value is unchanged). Map is the container: a hash map by
-// default, std::map where key order matters.
+// key is announced to the owner's reactors with the attribute and the key, marked as a
+// removal for removals (a write is announced even when the value is unchanged). Map is
+// the container: a hash map by default, std::map where key order matters.
 template <class K, class V, class Map = std::unordered_map<K, V, SaltedHash<K, 0>>>
 class Collection {
 public:
@@ -187,7 +192,7 @@ public:
       if ( map_.erase( key ) == 0 ) {
          return false;
       }
-      owner_->notify( attr_, key );
+      owner_->notify( attr_, key, true );
       return true;
    }
    void delAll() {

@@ -49,7 +49,8 @@ public:
             chain();
          }
       } else {
-         entry += ".item[" + std::to_string( key.as<int>() ) + "]";
+         entry += std::string( key.removed() ? ".removed[" : ".item[" ) +
+                  std::to_string( key.as<int>() ) + "]";
       }
       owner()->push_back( entry );
    }
@@ -76,7 +77,7 @@ TEST_F( ActivityManagerTest, ChangesAreDeliveredFromTheLoopInOrderWithTheirKeys 
    a->items.del( 8 );  // absent: no change, no notification
    EXPECT_TRUE( log.empty() ) << "nothing is delivered before the loop runs";
    EXPECT_EQ( loop.runUntilIdle(), 3u );
-   EXPECT_EQ( log, ( Log{ "r:a.item[7]", "r:a.value=3", "r:a.item[7]" } ) );
+   EXPECT_EQ( log, ( Log{ "r:a.item[7]", "r:a.value=3", "r:a.removed[7]" } ) );
 }
 
 TEST_F( ActivityManagerTest, ChangesMadeInsideAReactionComeAfterItInOrder ) {
