@@ -1,0 +1,162 @@
+// Shared-memory tables as a plug-in uses them: readiness of a mount group and its
+// notifications, tables created once and shared, typed lookups and the record of mounts.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/fwk/ActivityManager.h"
+#include "platform/fwk/TypeFactory.h"
+#include "platform/mount/VekSharedMemEntityManager.h"
+
+namespace {
+
+using VekSharedMem::MountDescription;
+using VekSharedMem::MountGroup;
+
+class Table : public Fwk::Entity {
+public:
+   explicit Table( std::string name ) : Entity( std::move( name ) ) {}
+};
+
+class Queue : public Fwk::Entity {
+public:
+   explicit Queue( std::string name ) : Entity( std::move( name ) ) {}
+};
+
+char const tableType[] = "VekTest::Table";
+char const queueType[] = "VekTest::Queue";
+int tablesMade = 0;
+
+Fwk::TypeRegistration tableRegistration( tableType, []( auto const& args ) {
+   ++tablesMade;
+   return Fwk::Entity::Ptr( new Table( args.at( 0 ) ) );
+} );
+Fwk::TypeRegistration queueRegistration( queueType, []( auto const& args ) {
+   return Fwk::Entity::Ptr( new Queue( args.at( 0 ) ) );
+} );
+
+typedef std::vector<bool> Log;
+
+// Logs the readiness a group has at each notification, as a plug-in's reactor sees it.
+class ReadyWatcher : public Fwk::ReactorOn<MountGroup const, Log> {
+public:
+   ReadyWatcher( MountGroup::PtrConst const& group, Log* log ) : ReactorOn( group, log ) {
+      hasNotificationActiveIs( true );
+   }
+   void onAttribute( Fwk::AttributeId attr, Fwk::KeyRef ) override {
+      EXPECT_EQ( attr, MountGroup::attrReady );
+      owner()->push_back( notifier()->ready() );
+   }
+};
+
+class VekSharedMemTest : public ::testing::Test {
+protected:
+   Fwk::ScopedActivityManager scope{ Fwk::Clock::Ptr( new Fwk::VirtualClock ) };
+   Fwk::ActivityManager& loop = scope.manager();
+   VekSharedMem::EntityManager::Ptr em{ new VekSharedMem::EntityManager };
+   MountDescription shared{ MountDescription::shared };
+   Log log;
+};
+
+TEST_F( VekSharedMemTest, AClosedGroupIsReadyWhileConnected ) {
+   auto group = em->mountGroup();
+   ReadyWatcher watcher( group, &log );
+   group->doMount( "nat/rules", tableType, shared );
+   em->connectedIs( false );
+   em->connectedIs( true );
+   loop.runUntilIdle();
+   EXPECT_FALSE( group->ready() ) << "an open group is never ready";
+
+   group->doClose();
+   EXPECT_FALSE( group->ready() ) << "readiness comes from the loop";
+   EXPECT_TRUE( log.empty() );
+   loop.runUntilIdle();
+   EXPECT_TRUE( group->ready() );
+   EXPECT_EQ( log, ( Log{ true } ) );
+
+   em->connectedIs( false );
+   loop.runUntilIdle();
+   EXPECT_FALSE( group->ready() );
+   em->connectedIs( false );
+   loop.runUntilIdle();
+   EXPECT_EQ( log, ( Log{ true, false } ) ) << "no change, no notification";
+
+   em->connectedIs( true );
+   loop.runUntilIdle();
+   EXPECT_TRUE( group->ready() );
+   EXPECT_EQ( log, ( Log{ true, false, true } ) );
+}
+
+TEST_F( VekSharedMemTest, AGroupClosedWhileDisconnectedWaitsForTheConnection ) {
+   auto group = em->mountGroup();
+   ReadyWatcher watcher( group, &log );
+   em->connectedIs( false );
+   group->doClose();
+   loop.runUntilIdle();
+   EXPECT_FALSE( group->ready() );
+   EXPECT_TRUE( log.empty() );
+
+   em->connectedIs( true );
+   loop.runUntilIdle();
+   EXPECT_TRUE( group->ready() );
+   EXPECT_EQ( log, ( Log{ true } ) );
+
+   // A closed group that its user drops leaves the manager: the next change of the
+   // connection must not reach it (the sanitize build sees a dangling one).
+   auto dropped = em->mountGroup();
+   dropped->doClose();
+   loop.runUntilIdle();
+   dropped = nullptr;
+   em->connectedIs( false );
+   loop.runUntilIdle();
+   EXPECT_FALSE( group->ready() );
+}
+
+TEST_F( VekSharedMemTest, ATableIsCreatedOnceAndSharedByItsMounters ) {
+   int const before = tablesMade;
+   auto group = em->mountGroup();
+   EXPECT_FALSE( em->getEntity( "nat/rules" ) );
+   group->doMount( "nat/rules", tableType, shared );
+   group->doMount( "nat/xact", queueType,
+                   MountDescription( MountDescription::requestReader ) );
+   auto rules = em->getEntity<Table const>( "nat/rules" );
+   ASSERT_TRUE( rules ) << "a mounted table is there at once";
+   EXPECT_EQ( rules->name(), "nat/rules" );
+
+   auto another = em->mountGroup();
+   another->doMount( "nat/rules", tableType, shared );
+   MountDescription status( MountDescription::localStatus );
+   status.collectionSizeIs( "xactStatus", 0x4000 );
+   em->doMount( "nat/rules", tableType, status );
+   EXPECT_EQ( tablesMade, before + 1 );
+   EXPECT_EQ( em->getEntity<Table>( "nat/rules" ), rules );
+   EXPECT_EQ( em->getEntity( "nat/rules" ), rules );
+
+   EXPECT_FALSE( em->getEntity<Table>( "nat/xact" ) ) << "of another type";
+   EXPECT_TRUE( em->getEntity<Queue const>( "nat/xact" ) );
+   EXPECT_FALSE( em->getEntity<Queue>( "nat/none" ) );
+
+   auto const& mounts = em->mounts();
+   ASSERT_EQ( mounts.size(), 4u );
+   EXPECT_EQ( mounts[1].description.mountType(), MountDescription::requestReader );
+   EXPECT_EQ( mounts[1].group, group->id() );
+   EXPECT_EQ( mounts[2].group, another->id() );
+   EXPECT_EQ( mounts[3].group, 0u );
+   EXPECT_EQ( mounts[3].description.collectionSize( "xactStatus" ), 0x4000u );
+}
+
+TEST_F( VekSharedMemTest, MisuseStopsTheProcess ) {
+   em->doMount( "nat/rules", tableType, shared );
+   EXPECT_DEATH( em->doMount( "nat/rules", queueType, shared ),
+                 "nat/rules is a VekTest::Table, mounted as VekTest::Queue" );
+   EXPECT_DEATH( em->doMount( "nat/new", "VekTest::NoSuchType", shared ),
+                 "unknown to the type factory: VekTest::NoSuchType" );
+   auto group = em->mountGroup();
+   group->doClose();
+   EXPECT_DEATH( group->doMount( "nat/rules", tableType, shared ), "closed group" );
+   EXPECT_DEATH( group->doClose(), "closed twice" );
+}
+
+}  // namespace
