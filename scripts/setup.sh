@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages=(
    cmake ninja-build g++ g++-multilib
-   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev
+   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev
    libgtest-dev:i386 libgmock-dev:i386 libbenchmark-dev:i386
 )
 
