@@ -21,4 +21,20 @@ U32 hashSeed() {
    return seed;
 }
 
+U32 hashMixString( U32 h, std::string const& s ) noexcept {
+   h = hashMix( h, static_cast<U32>( s.size() ) );
+   U32 word = 0;
+   for ( std::size_t i = 0; i < s.size(); ++i ) {
+      word = ( word << 8 ) | static_cast<unsigned char>( s[i] );
+      if ( i % 4 == 3 ) {
+         h = hashMix( h, word );
+         word = 0;
+      }
+   }
+   if ( s.size() % 4 != 0 ) {
+      h = hashMix( h, word );
+   }
+   return h;
+}
+
 }  // namespace Fwk

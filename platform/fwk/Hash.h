@@ -8,6 +8,7 @@
 // so the agent's output, the same from run to run.
 
 #include <cstddef>
+#include <string>
 #include <type_traits>
 
 #include "platform/fwk/Types.h"
@@ -24,6 +25,10 @@ inline U32 hashMix( U32 h, U32 v ) noexcept {
    h ^= h >> 13;
    return h;
 }
+
+// Mixes a string into a running hash: its length, then its bytes four at a time (the
+// length keeps "ab" + "c" and "a" + "bc" apart when strings are mixed one after another).
+U32 hashMixString( U32 h, std::string const& s ) noexcept;
 
 namespace detail {
 template <class K, class = void>

@@ -42,4 +42,17 @@ struct TypeRegistration {
    }
 };
 
+// The creator of an entity type whose only constructor argument is its name: it takes
+// the argument vector { name } (a mount passes the entity's path) and gives null when
+// the vector is empty; further arguments are ignored.
+template <class T>
+TypeFactory::Creator namedEntityCreator() {
+   return []( std::vector<std::string> const& args ) -> Entity::Ptr {
+      if ( args.empty() ) {
+         return nullptr;
+      }
+      return Entity::Ptr( new T( args[0] ) );
+   };
+}
+
 }  // namespace Fwk
