@@ -44,37 +44,7 @@ void Sdk::idMapsIs() {
                { OPAQUE_STRENGTH_Am, TableId::OpaqueStrengthA },
                { OPAQUE_STRENGTH_Bm, TableId::OpaqueStrengthB },
                { MCAST_XLATE_TYPESr, TableId::McastXlateTypes } };
-   std::vector<std::pair<int, TableId>> const fieldTables = {
-       { XLATE_ENABLEf, TableId::L4PortXlate },
-       { L4_PORT_MODEf, TableId::L4PortXlate },
-       { OPAQUE1_STRENGTHf, TableId::OpaqueStrengthA },
-       { OPAQUE2_STRENGTHf, TableId::OpaqueStrengthA },
-       { CLASS_STRENGTHf, TableId::OpaqueStrengthA },
-       { OPAQUE_STRENGTHf, TableId::OpaqueStrengthB },
-       { L3_STRENGTHf, TableId::OpaqueStrengthB },
-       { FIXED_1f, TableId::McastXlateTypes },
-       { FIXED_2f, TableId::McastXlateTypes },
-       { FIXED_3f, TableId::McastXlateTypes },
-       { FIXED_4f, TableId::McastXlateTypes },
-       { FIXED_5f, TableId::McastXlateTypes },
-       { TYPE_0f, TableId::McastXlateTypes },
-       { ENABLE_0f, TableId::McastXlateTypes },
-       { TYPE_1f, TableId::McastXlateTypes },
-       { ENABLE_1f, TableId::McastXlateTypes },
-       { TYPE_2f, TableId::McastXlateTypes },
-       { ENABLE_2f, TableId::McastXlateTypes } };
-   std::vector<char const*> const fieldNames = {
-       "XLATE_ENABLE",   "L4_PORT_MODE",    "OPAQUE1_STRENGTH", "OPAQUE2_STRENGTH",
-       "CLASS_STRENGTH", "OPAQUE_STRENGTH", "L3_STRENGTH",      "FIXED_1",
-       "FIXED_2",        "FIXED_3",         "FIXED_4",          "FIXED_5",
-       "TYPE_0",         "ENABLE_0",        "TYPE_1",           "ENABLE_1",
-       "TYPE_2",         "ENABLE_2" };
-   for ( std::size_t i = 0; i < fieldTables.size(); ++i ) {
-      TableId table = fieldTables[i].second;
-      auto const* layout = Chip::tableLayout( table ).field( fieldNames[i] );
-      FWK_ASSERT( layout );
-      fields_.push_back( { fieldTables[i].first, FieldRef{ table, layout } } );
-   }
+   fieldMapIs();
    blockNames_ = { { MEM_BLOCK_ANY, "MEM_BLOCK_ANY" },
                    { MEM_BLOCK_ALL, "MEM_BLOCK_ALL" } };
    portNames_ = { { REG_PORT_ANY, "REG_PORT_ANY" } };
@@ -97,6 +67,40 @@ void Sdk::idMapsIs() {
                    { BCM_E_UNAVAIL, "Feature unavailable" },
                    { BCM_E_INIT, "Feature not initialized" },
                    { BCM_E_PORT, "Invalid port" } };
+}
+
+void Sdk::fieldMapIs() {
+   using Chip::TableId;
+   struct FieldId {
+      int id;
+      TableId table;
+      char const* name;
+   };
+   TableId const l4 = TableId::L4PortXlate, a = TableId::OpaqueStrengthA,
+                 b = TableId::OpaqueStrengthB, mcast = TableId::McastXlateTypes;
+   std::vector<FieldId> const ids = { { XLATE_ENABLEf, l4, "XLATE_ENABLE" },
+                                      { L4_PORT_MODEf, l4, "L4_PORT_MODE" },
+                                      { OPAQUE1_STRENGTHf, a, "OPAQUE1_STRENGTH" },
+                                      { OPAQUE2_STRENGTHf, a, "OPAQUE2_STRENGTH" },
+                                      { CLASS_STRENGTHf, a, "CLASS_STRENGTH" },
+                                      { OPAQUE_STRENGTHf, b, "OPAQUE_STRENGTH" },
+                                      { L3_STRENGTHf, b, "L3_STRENGTH" },
+                                      { FIXED_1f, mcast, "FIXED_1" },
+                                      { FIXED_2f, mcast, "FIXED_2" },
+                                      { FIXED_3f, mcast, "FIXED_3" },
+                                      { FIXED_4f, mcast, "FIXED_4" },
+                                      { FIXED_5f, mcast, "FIXED_5" },
+                                      { TYPE_0f, mcast, "TYPE_0" },
+                                      { ENABLE_0f, mcast, "ENABLE_0" },
+                                      { TYPE_1f, mcast, "TYPE_1" },
+                                      { ENABLE_1f, mcast, "ENABLE_1" },
+                                      { TYPE_2f, mcast, "TYPE_2" },
+                                      { ENABLE_2f, mcast, "ENABLE_2" } };
+   for ( auto const& f : ids ) {
+      auto const* layout = Chip::tableLayout( f.table ).field( f.name );
+      FWK_ASSERT( layout );
+      fields_.push_back( { f.id, FieldRef{ f.table, layout } } );
+   }
 }
 
 char const* Sdk::bcm_errmsg( int rc ) const {

@@ -14,13 +14,14 @@
 // named as the SDK names them, and their values are deliberately not small or
 // consecutive so that code which hardcodes them breaks in tests.
 //
-// Every call that reaches the chip takes the shim's lock for its duration and is
-// recorded in the journal (Chip::journal()) with its arguments and return code. The
-// field setters and getters (soc_mem_field32_*, soc_reg_field_*) only touch the
-// caller's buffer and are not journaled.
+// Every call takes the shim's lock (a plain mutex, not re-entrant) for its duration,
+// except bcm_errmsg, which reads constants. Every call is recorded in the journal
+// (Chip::journal()) with its arguments and return code, except the field setters and
+// getters (soc_mem_field32_*, soc_reg_field_*), which only touch the caller's buffer.
 //
 // Failure injection: failureIs( call, rc, nth ) makes the nth next call of that name
-// fail once with `rc`: it changes nothing, returns rc and is journaled with it.
+// fail once with `rc`: it changes nothing, returns rc and is journaled with it. Only
+// journaled SDK calls can be made to fail this way.
 
 #include <cstddef>
 #include <mutex>
@@ -172,7 +173,8 @@ public:
 
    // Memory rows move between the chip and a caller's buffer of 32-bit words (at least
    // the memory's row size: SOC_MAX_MEM_WORDS words, or the memory's entry type).
-   // Reads take MEM_BLOCK_ANY or MEM_BLOCK_ALL, writes likewise.
+   // Reads and writes take MEM_BLOCK_ANY or MEM_BLOCK_ALL; another block, an unknown
+   // memory or an index outside the memory's rows is BCM_E_PARAM.
    int soc_mem_read( int unit, int mem, int block, int index, void* entry );
    int soc_mem_write( int unit, int mem, int block, int index, void const* entry );
    // Sets a field of a memory in a caller's buffer (the value truncated to the field's
@@ -205,6 +207,7 @@ private:
    };
 
    void idMapsIs();
+   void fieldMapIs();
    int injected( char const* call );
    int code( Chip::Status status ) const;
    Chip::ChipUnit* unit( int unit ) const { return chip_->unit( unit ); }

@@ -11,7 +11,10 @@
 // No operation reports failure to its caller: an operation on an id that is 0, unknown
 // or of another group, or on a unit that does not exist, does nothing (getEntry then
 // returns 0). Every operation is recorded in the journal (Chip::journal()) with the
-// unit, the entry id (for getEntry the id returned, 0 when full) and return code 0.
+// unit, the entry id (for getEntry the id returned, 0 when full) and return code 0;
+// getEntry's arguments are [description], setPriorityForEntry's [priority] (a negative
+// priority, which the agent does not use, reads as its 64-bit two's complement), the
+// others' [].
 //
 // Reference-counted; the group manager holds each manager it made, and a manager holds
 // the chip.
