@@ -1,0 +1,114 @@
+#include "platform/tcam/CorvaneTcamEntryManager.h"
+
+#include "platform/fwk/Assert.h"
+
+namespace Corvane {
+
+CorvaneTcamEntryManager::CorvaneTcamEntryManager( Chip::ChipModel::Ptr chip,
+                                                  TcamGroupAssignment group )
+    : chip_( std::move( chip ) ), group_( group ) {
+   FWK_ASSERT( chip_ );
+}
+
+void CorvaneTcamEntryManager::capacityIs( U16 unit, U32 entries ) {
+   units_[unit].capacity = entries;
+}
+
+U32 CorvaneTcamEntryManager::capacity( U16 unit ) const {
+   return use( unit ).capacity;
+}
+
+CorvaneTcamEntryManager::UnitUse CorvaneTcamEntryManager::use( U16 unit ) const {
+   auto i = units_.find( unit );
+   return i == units_.end() ? UnitUse() : i->second;
+}
+
+U32 CorvaneTcamEntryManager::entriesAllocated( U16 unit ) const {
+   return use( unit ).allocated;
+}
+
+U32 CorvaneTcamEntryManager::entriesAvailable( U16 unit ) const {
+   UnitUse u = use( unit );
+   return u.allocated < u.capacity ? u.capacity - u.allocated : 0;
+}
+
+Chip::FieldProcessor* CorvaneTcamEntryManager::fieldProcessor( U16 unit ) const {
+   Chip::ChipUnit* u = chip_->unit( unit );
+   return u ? &u->fieldProcessor() : nullptr;
+}
+
+Chip::FieldProcessor* CorvaneTcamEntryManager::owner( U16 unit, U32 entryId ) const {
+   Chip::FieldProcessor* fp = fieldProcessor( unit );
+   if ( !fp ) {
+      return nullptr;
+   }
+   Chip::FpEntry const* entry = fp->entry( entryId );
+   return entry && entry->group() == group_ ? fp : nullptr;
+}
+
+void CorvaneTcamEntryManager::record( char const* call, U16 unit, U32 entryId,
+                                      Chip::Args args ) const {
+   Chip::Journal& journal = Chip::journal();
+   if ( !journal.enabled() ) {
+      return;
+   }
+   Chip::JournalRecord r;
+   r.call = call;
+   r.unit = unit;
+   r.hasEntry = true;
+   r.entry = entryId;
+   r.args = std::move( args );
+   journal.recordIs( std::move( r ) );
+}
+
+U32 CorvaneTcamEntryManager::getEntry( U16 unit, std::string const& description,
+                                       CorvaneTcam::RequestKey const& ) {
+   Chip::FieldProcessor* fp = fieldProcessor( unit );
+   U32 id = 0;
+   if ( fp && entriesAvailable( unit ) > 0 ) {
+      id = fp->entryIs( group_, description );
+      ++units_[unit].allocated;
+   }
+   record( "getEntry", unit, id, { Chip::nameArg( description ) } );
+   return id;
+}
+
+void CorvaneTcamEntryManager::setPriorityForEntry( U16 unit, U32 entryId, S32 priority ) {
+   if ( Chip::FieldProcessor* fp = owner( unit, entryId ) ) {
+      fp->priorityIs( entryId, priority );
+   }
+   record( "setPriorityForEntry", unit, entryId, { Chip::numberArg( U64( priority ) ) } );
+}
+
+void CorvaneTcamEntryManager::installEntry( U16 unit, U32 entryId ) {
+   if ( Chip::FieldProcessor* fp = owner( unit, entryId ) ) {
+      fp->install( entryId );
+   }
+   record( "installEntry", unit, entryId, {} );
+}
+
+void CorvaneTcamEntryManager::reinstallEntry( U16 unit, U32 entryId ) {
+   if ( Chip::FieldProcessor* fp = owner( unit, entryId ) ) {
+      fp->reinstall( entryId );
+   }
+   record( "reinstallEntry", unit, entryId, {} );
+}
+
+void CorvaneTcamEntryManager::releaseEntry( U16 unit, U32 entryId ) {
+   if ( Chip::FieldProcessor* fp = owner( unit, entryId ) ) {
+      fp->entryDel( entryId );
+      --units_[unit].allocated;
+   }
+   record( "releaseEntry", unit, entryId, {} );
+}
+
+U64 CorvaneTcamEntryManager::hitsForEntry( U16 unit, U32 entryId ) {
+   U64 hits = 0;
+   if ( Chip::FieldProcessor* fp = owner( unit, entryId ) ) {
+      hits = fp->entry( entryId )->hits();
+   }
+   record( "hitsForEntry", unit, entryId, {} );
+   return hits;
+}
+
+}  // namespace Corvane

@@ -1,0 +1,311 @@
+// Packet lookup in the field processor: which installed entry of a group wins, hit
+// counting, and the result against a plain linear reference over random entries.
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <vector>
+
+#include "platform/chip/ChipModel.h"
+
+namespace {
+
+using Chip::Frag;
+using Chip::IpFragSelector;
+using Chip::Packet;
+using Chip::Qualifier;
+
+U32 const natGroup = 160;
+
+class LookupTest : public ::testing::Test {
+protected:
+   Chip::ChipModel::Ptr chip = Chip::ChipModel::ChipModelIs();
+   Chip::FieldProcessor& fp = chip->unitIs( 1 ).fieldProcessor();
+
+   // An entry that matches source 10.0.0.1.
+   U32 entryOn10001( S32 priority, U32 group = natGroup ) {
+      U32 id = fp.entryIs( group, "e" );
+      fp.qualifierIs( id, Qualifier::SrcIp, 0x0a000001, 0xffffffff );
+      fp.priorityIs( id, priority );
+      return id;
+   }
+   Packet from10001() const {
+      Packet p;
+      p.src = 0x0a000001;
+      return p;
+   }
+   U32 lookup( Packet const& p, U64 count = 1 ) {
+      return chip->lookup( 1, natGroup, p, count );
+   }
+};
+
+TEST_F( LookupTest, HigherPriorityWinsThenEarlierInstall ) {
+   U32 a = entryOn10001( 5 ), b = entryOn10001( 5 ), high = entryOn10001( 9 );
+   fp.install( b );
+   fp.install( a );
+   EXPECT_EQ( lookup( from10001() ), b );
+   fp.install( high );
+   EXPECT_EQ( lookup( from10001() ), high );
+   // A priority change moves an installed entry at once, keeping its install order.
+   fp.priorityIs( high, 1 );
+   EXPECT_EQ( lookup( from10001() ), b );
+   fp.priorityIs( a, 5 );
+   EXPECT_EQ( lookup( from10001() ), b );
+}
+
+TEST_F( LookupTest, UninstalledReleasedAndOtherGroupsNeverMatch ) {
+   U32 notInstalled = entryOn10001( 9 );
+   U32 otherGroup = entryOn10001( 9, 7 );
+   fp.install( otherGroup );
+   U32 released = entryOn10001( 8 );
+   fp.install( released );
+   U32 uninstalled = entryOn10001( 7 );
+   fp.install( uninstalled );
+   U32 low = entryOn10001( 1 );
+   fp.install( low );
+   fp.entryDel( released );
+   fp.uninstall( uninstalled );
+   EXPECT_EQ( lookup( from10001() ), low );
+   EXPECT_EQ( chip->lookup( 1, 7, from10001(), 1 ), otherGroup );
+   EXPECT_EQ( chip->lookup( 2, natGroup, from10001(), 1 ), 0u );  // no such unit
+   EXPECT_EQ( fp.entry( notInstalled )->hits(), 0u );
+}
+
+TEST_F( LookupTest, ReinstallKeepsOrderInstallMovesBehind ) {
+   U32 first = entryOn10001( 5 ), second = entryOn10001( 5 );
+   fp.install( first );
+   fp.install( second );
+   fp.reinstall( first );
+   EXPECT_EQ( lookup( from10001() ), first );
+   fp.uninstall( first );
+   fp.reinstall( first );  // back in its old place
+   EXPECT_EQ( lookup( from10001() ), first );
+   fp.install( first );  // a new install order: behind `second`
+   EXPECT_EQ( lookup( from10001() ), second );
+}
+
+TEST_F( LookupTest, HitsCountOnTheMatchedEntryOnly ) {
+   U32 winner = entryOn10001( 5 ), loser = entryOn10001( 4 );
+   fp.install( winner );
+   fp.install( loser );
+   lookup( from10001(), 7 );
+   lookup( from10001(), 3 );
+   Packet other;
+   other.src = 0x0a000002;
+   EXPECT_EQ( lookup( other, 100 ), 0u );
+   EXPECT_EQ( fp.entry( winner )->hits(), 10u );
+   EXPECT_EQ( fp.entry( loser )->hits(), 0u );
+}
+
+TEST_F( LookupTest, FragmentsWidthsAndExactMatch ) {
+   U32 ports = fp.entryIs( natGroup, "ports" );
+   fp.qualifierIs( ports, Qualifier::L4DstPort, 0, 0 );  // even a zero mask
+   fp.install( ports );
+   U32 notFirst = fp.entryIs( natGroup, "frag" );
+   fp.ipFragIs( notFirst, IpFragSelector::NotFirst );
+   fp.install( notFirst );
+   Packet p;
+   EXPECT_EQ( lookup( p ), ports );
+   p.frag = Frag::first;
+   EXPECT_EQ( lookup( p ), ports );
+   p.frag = Frag::notFirst;
+   EXPECT_EQ( lookup( p ), notFirst );
+
+   // 0x200a is stored as 0x0a on the 13-bit L3Ingress: VLAN 10 matches.
+   U32 vlan = fp.entryIs( natGroup, "vlan" );
+   fp.qualifierIs( vlan, Qualifier::L3Ingress, 0x200a, 0xffffffff );
+   fp.exactMatchIs( vlan, 0, Chip::ExactMatchField::HitStatus, 1, 1 );
+   fp.priorityIs( vlan, 3 );
+   fp.install( vlan );
+   p = Packet();
+   p.vlan = 10;
+   EXPECT_EQ( lookup( p ), ports );
+   p.exactMatchHit = true;
+   EXPECT_EQ( lookup( p ), vlan );
+}
+
+// The reference: entries as the test set them, matched field by field and searched
+// linearly for the best priority, then the smallest install sequence.
+struct RefEntry {
+   U32 group = 0;
+   S32 priority = 0;
+   bool installed = false;
+   U64 order = 0;
+   std::map<Qualifier, std::pair<U32, U32>> masked;
+   bool hasFrag = false;
+   IpFragSelector frag = IpFragSelector::Any;
+   U64 hits = 0;
+};
+
+U32 refValue( Qualifier q, Packet const& p ) {
+   switch ( q ) {
+      case Qualifier::SrcIp:
+         return p.src;
+      case Qualifier::DstIp:
+         return p.dst;
+      case Qualifier::L4SrcPort:
+         return p.srcPort;
+      case Qualifier::L4DstPort:
+         return p.dstPort;
+      case Qualifier::IpProtocol:
+         return p.protocol;
+      case Qualifier::TcpControl:
+         return p.tcpFlags;
+      case Qualifier::L3Ingress:
+         return p.vlan;
+      default:
+         return p.myStationHit;
+   }
+}
+
+U32 refWidthMask( Qualifier q ) {
+   std::map<Qualifier, U32> const widths = {
+       { Qualifier::L4SrcPort, 0xffff }, { Qualifier::L4DstPort, 0xffff },
+       { Qualifier::IpProtocol, 0xff },  { Qualifier::TcpControl, 0xff },
+       { Qualifier::L3Ingress, 0x1fff }, { Qualifier::MyStationHit, 1 } };
+   auto i = widths.find( q );
+   return i == widths.end() ? 0xffffffff : i->second;
+}
+
+bool refMatches( RefEntry const& e, Packet const& p ) {
+   for ( auto const& m : e.masked ) {
+      Qualifier q = m.first;
+      bool port = q == Qualifier::L4SrcPort || q == Qualifier::L4DstPort;
+      if ( port && p.frag == Frag::notFirst ) {
+         return false;
+      }
+      U32 mask = m.second.second & refWidthMask( q );
+      if ( ( refValue( q, p ) & mask ) != ( m.second.first & mask ) ) {
+         return false;
+      }
+   }
+   if ( !e.hasFrag ) {
+      return true;
+   }
+   switch ( e.frag ) {
+      case IpFragSelector::Non:
+         return p.frag == Frag::none;
+      case IpFragSelector::First:
+         return p.frag == Frag::first;
+      case IpFragSelector::NonOrFirst:
+         return p.frag != Frag::notFirst;
+      case IpFragSelector::NotFirst:
+         return p.frag == Frag::notFirst;
+      default:
+         return true;
+   }
+}
+
+U32 refLookup( std::map<U32, RefEntry>& entries, U32 group, Packet const& p ) {
+   RefEntry* best = nullptr;
+   U32 bestId = 0;
+   for ( auto& e : entries ) {
+      RefEntry& r = e.second;
+      if ( r.group != group || !r.installed || !refMatches( r, p ) ) {
+         continue;
+      }
+      if ( !best || r.priority > best->priority ||
+           ( r.priority == best->priority && r.order < best->order ) ) {
+         best = &r;
+         bestId = e.first;
+      }
+   }
+   if ( best ) {
+      ++best->hits;
+   }
+   return bestId;
+}
+
+TEST_F( LookupTest, AgreesWithLinearReferenceOnRandomEntries ) {
+   std::mt19937 rng( 20240611 );
+   auto pick = [&rng]( auto const& values ) {
+      return values[std::uniform_int_distribution<std::size_t>(
+          0, values.size() - 1 )( rng )];
+   };
+   std::vector<U32> const addrs = { 0x0a000001, 0x0a000002, 0x0a000101 };
+   std::vector<U32> const masks = { 0xffffffff, 0xffffff00, 0, 0xffff0000 };
+   std::vector<U32> const small = { 0, 6, 17, 80, 0x200a, 10 };
+   std::vector<Qualifier> const qualifiers = {
+       Qualifier::SrcIp,     Qualifier::DstIp,       Qualifier::L4SrcPort,
+       Qualifier::L4DstPort, Qualifier::IpProtocol,  Qualifier::TcpControl,
+       Qualifier::L3Ingress, Qualifier::MyStationHit };
+   std::vector<IpFragSelector> const frags = {
+       IpFragSelector::Non, IpFragSelector::First, IpFragSelector::NonOrFirst,
+       IpFragSelector::NotFirst, IpFragSelector::Any };
+   std::vector<U32> const groups = { natGroup, 7 };
+   std::vector<S32> const priorities = { 0, 1, 1, 5, 0x7fffffff, -3 };
+
+   std::map<U32, RefEntry> ref;
+   U64 sequence = 0;
+   int matched = 0;
+   for ( int op = 0; op < 3000; ++op ) {
+      int what = std::uniform_int_distribution<int>( 0, 9 )( rng );
+      if ( ref.empty() || what < 3 ) {
+         RefEntry r;
+         r.group = pick( groups );
+         U32 id = fp.entryIs( r.group, "r" );
+         for ( int q = std::uniform_int_distribution<int>( 0, 3 )( rng ); q > 0; --q ) {
+            Qualifier qualifier = pick( qualifiers );
+            bool addr = qualifier == Qualifier::SrcIp || qualifier == Qualifier::DstIp;
+            U32 data = addr ? pick( addrs ) : pick( small );
+            U32 mask = addr ? pick( masks ) : pick( std::vector<U32>{ 0xffffffff, 0xf } );
+            fp.qualifierIs( id, qualifier, data, mask );
+            r.masked[qualifier] = { data, mask };
+         }
+         if ( what == 0 ) {
+            r.hasFrag = true;
+            r.frag = pick( frags );
+            fp.ipFragIs( id, r.frag );
+         }
+         ref[id] = r;
+         continue;
+      }
+      auto it = ref.begin();
+      std::advance(
+          it, std::uniform_int_distribution<std::size_t>( 0, ref.size() - 1 )( rng ) );
+      U32 id = it->first;
+      RefEntry& r = it->second;
+      if ( what == 3 ) {
+         r.priority = pick( priorities );
+         fp.priorityIs( id, r.priority );
+      } else if ( what <= 5 ) {
+         r.installed = true;
+         r.order = ++sequence;
+         fp.install( id );
+      } else if ( what == 6 ) {
+         if ( r.order == 0 ) {
+            r.order = ++sequence;
+         }
+         r.installed = true;
+         fp.reinstall( id );
+      } else if ( what == 7 ) {
+         r.installed = false;
+         fp.uninstall( id );
+      } else if ( what == 8 ) {
+         fp.entryDel( id );
+         ref.erase( it );
+      } else {
+         Packet p;
+         p.src = pick( addrs );
+         p.dst = pick( addrs );
+         p.srcPort = U16( pick( small ) );
+         p.dstPort = U16( pick( small ) );
+         p.protocol = U8( pick( small ) );
+         p.tcpFlags = U8( pick( small ) );
+         p.vlan = U16( pick( small ) & 0xfff );
+         p.myStationHit = pick( small ) % 2;
+         p.frag = Frag( std::uniform_int_distribution<int>( 0, 2 )( rng ) );
+         U32 group = pick( groups );
+         U32 expected = refLookup( ref, group, p );
+         ASSERT_EQ( chip->lookup( 1, group, p, 1 ), expected ) << "operation " << op;
+         matched += expected != 0;
+      }
+   }
+   EXPECT_GT( matched, 100 );  // the data is dense enough for lookups to find entries
+   for ( auto const& e : ref ) {
+      EXPECT_EQ( fp.entry( e.first )->hits(), e.second.hits ) << "entry " << e.first;
+   }
+}
+
+}  // namespace

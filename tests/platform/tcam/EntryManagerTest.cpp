@@ -1,0 +1,151 @@
+// The TCAM entry manager as a plug-in uses it: ids and capacity per unit, entries in the
+// chip, lookup order through install and reinstall, hits, and the journal's records.
+
+#include <gmock/gmock.h>
+
+#include <set>
+#include <string>
+
+#include "platform/chip/Journal.h"
+#include "platform/tcam/CorvaneTcamGroupManager.h"
+
+namespace {
+
+using Corvane::CorvaneTcamEntryManager;
+using Corvane::CorvaneTcamGroupManager;
+using ::testing::ElementsAre;
+
+Corvane::TcamGroupAssignment const natGroup = 0xa0;
+
+class EntryManagerTest : public ::testing::Test {
+protected:
+   EntryManagerTest() {
+      chip->unitIs( 1 );
+      chip->unitIs( 2 );
+      Chip::journal().clear();
+      Chip::journal().enabledIs( true );
+   }
+
+   U32 get( U16 unit = 1, std::string const& description = "NAT" ) {
+      return nat->getEntry( unit, description, CorvaneTcam::RequestKey() );
+   }
+   Chip::FieldProcessor& fp( int unit = 1 ) {
+      return chip->unit( unit )->fieldProcessor();
+   }
+   U32 lookupSrc( U32 src ) {
+      Chip::Packet p;
+      p.src = src;
+      return chip->lookup( 1, natGroup, p, 1 );
+   }
+
+   Chip::ChipModel::Ptr chip = Chip::ChipModel::ChipModelIs();
+   CorvaneTcamGroupManager::Ptr groups =
+       CorvaneTcamGroupManager::CorvaneTcamGroupManagerIs( chip );
+   CorvaneTcamEntryManager::Ptr nat = groups->unboundedEntryManager( natGroup );
+};
+
+TEST_F( EntryManagerTest, CapacityPerUnitAndZeroWhenFull ) {
+   EXPECT_EQ( nat->entriesAvailable( 1 ), 512u );
+   nat->capacityIs( 1, 2 );
+   U32 a = get(), b = get();
+   EXPECT_NE( a, 0u );
+   EXPECT_NE( b, 0u );
+   EXPECT_NE( a, b );
+   EXPECT_EQ( get(), 0u );
+   EXPECT_EQ( fp().entries(), 2u );  // nothing created when full
+   EXPECT_EQ( nat->entriesAllocated( 1 ), 2u );
+   EXPECT_EQ( nat->entriesAvailable( 1 ), 0u );
+   EXPECT_EQ( nat->entriesAvailable( 2 ), 512u );  // the other unit is apart
+
+   nat->releaseEntry( 1, a );
+   EXPECT_EQ( nat->entriesAllocated( 1 ), 1u );
+   EXPECT_EQ( nat->entriesAvailable( 1 ), 1u );
+   EXPECT_EQ( fp().entry( a ), nullptr );
+   EXPECT_EQ( get(), a );  // a released id is reused
+
+   nat->capacityIs( 1, 1 );  // below what is allocated
+   EXPECT_EQ( nat->entriesAvailable( 1 ), 0u );
+   EXPECT_EQ( get(), 0u );
+}
+
+TEST_F( EntryManagerTest, ReleaseOfZeroUnknownOrForeignIdsDoesNothing ) {
+   auto other = groups->unboundedEntryManager( 7 );
+   U32 mine = get();
+   U32 theirs = other->getEntry( 1, "other", CorvaneTcam::RequestKey() );
+   nat->releaseEntry( 1, 0 );
+   nat->releaseEntry( 1, 999 );
+   nat->releaseEntry( 1, theirs );
+   nat->releaseEntry( 3, mine );  // no such unit
+   EXPECT_NE( fp().entry( theirs ), nullptr );
+   EXPECT_NE( fp().entry( mine ), nullptr );
+   EXPECT_EQ( nat->entriesAllocated( 1 ), 1u );
+   EXPECT_EQ( other->entriesAllocated( 1 ), 1u );
+   EXPECT_EQ( nat->getEntry( 3, "no unit", CorvaneTcam::RequestKey() ), 0u );
+}
+
+TEST_F( EntryManagerTest, IdsAreUniquePerUnitAcrossGroups ) {
+   auto other = groups->unboundedEntryManager( 7 );
+   std::set<U32> ids;
+   for ( int i = 0; i < 20; ++i ) {
+      ids.insert( get() );
+      ids.insert( other->getEntry( 1, "other", CorvaneTcam::RequestKey() ) );
+   }
+   EXPECT_EQ( ids.size(), 40u );
+   EXPECT_EQ( ids.count( 0 ), 0u );
+   Chip::FpEntry const* e = fp( 2 ).entry( get( 2, "on unit 2" ) );
+   ASSERT_NE( e, nullptr );
+   EXPECT_EQ( e->group(), natGroup );
+   EXPECT_EQ( e->description(), "on unit 2" );
+   EXPECT_FALSE( e->installed() );
+}
+
+TEST_F( EntryManagerTest, InstallOrderDecidesAmongEqualPriorities ) {
+   U32 a = get(), b = get(), low = get();
+   for ( U32 id : { a, b, low } ) {
+      fp().qualifierIs( id, Chip::Qualifier::SrcIp, 0x0a000001, 0xffffffff );
+   }
+   nat->setPriorityForEntry( 1, a, 1 );
+   nat->setPriorityForEntry( 1, b, 1 );
+   EXPECT_EQ( lookupSrc( 0x0a000001 ), 0u );  // nothing installed yet
+   nat->installEntry( 1, low );
+   nat->installEntry( 1, b );
+   nat->installEntry( 1, a );
+   EXPECT_EQ( lookupSrc( 0x0a000001 ), b );
+   nat->reinstallEntry( 1, b );
+   EXPECT_EQ( lookupSrc( 0x0a000001 ), b );
+   EXPECT_EQ( lookupSrc( 0x0a000001 ), b );
+   EXPECT_EQ( nat->hitsForEntry( 1, b ), 3u );
+   EXPECT_EQ( nat->hitsForEntry( 1, a ), 0u );
+   nat->releaseEntry( 1, b );
+   EXPECT_EQ( lookupSrc( 0x0a000001 ), a );
+   nat->releaseEntry( 1, a );
+   EXPECT_EQ( lookupSrc( 0x0a000001 ), low );
+   EXPECT_EQ( nat->hitsForEntry( 1, 999 ), 0u );
+}
+
+TEST_F( EntryManagerTest, EveryCallIsJournaled ) {
+   nat->capacityIs( 1, 1 );
+   U32 id = get( 1, "NAT \"static\"" );
+   EXPECT_EQ( get(), 0u );
+   nat->setPriorityForEntry( 1, id, 0x7fffffff );
+   nat->installEntry( 1, id );
+   nat->reinstallEntry( 1, id );
+   nat->hitsForEntry( 1, id );
+   nat->releaseEntry( 1, id );
+   nat->releaseEntry( 1, 0 );
+   std::vector<std::string> lines;
+   for ( auto const& r : Chip::journal().records() ) {
+      lines.push_back( r.stringValue() );
+   }
+   std::string e = " unit=1 entry=" + std::to_string( id );
+   EXPECT_THAT(
+       lines,
+       ElementsAre( "getEntry" + e + " [\"NAT \\\"static\\\"\"] rc=0",
+                    "getEntry unit=1 entry=0 [\"NAT\"] rc=0",
+                    "setPriorityForEntry" + e + " [2147483647] rc=0",
+                    "installEntry" + e + " [] rc=0", "reinstallEntry" + e + " [] rc=0",
+                    "hitsForEntry" + e + " [] rc=0", "releaseEntry" + e + " [] rc=0",
+                    "releaseEntry unit=1 entry=0 [] rc=0" ) );
+}
+
+}  // namespace
