@@ -1,7 +1,16 @@
 #include "platform/agent/CapacityHelperSm.h"
 
+#include <set>
+
 namespace Hardware {
 namespace Capacity {
+
+namespace {
+std::set<CapacityHelperSm*>& liveHelpers() {
+   static std::set<CapacityHelperSm*> helpers;
+   return helpers;
+}
+}  // namespace
 
 class CapacityHelperSm::RefreshReactor
     : public Fwk::ReactorOn<Quay::TimerTask, CapacityHelperSm> {
@@ -19,9 +28,12 @@ CapacityHelperSm::CapacityHelperSm( OroCapacity::TableCapacity::Ptr tableCapacit
                                     Fwk::Clock::Ptr clock )
     : Entity( "CapacityHelperSm" ),
       tableCapacity_( std::move( tableCapacity ) ),
-      clock_( std::move( clock ) ) {}
+      clock_( std::move( clock ) ) {
+   liveHelpers().insert( this );
+}
 
 CapacityHelperSm::~CapacityHelperSm() {
+   liveHelpers().erase( this );
    if ( refreshTask_ ) {
       refreshTask_->cancel();
    }
@@ -41,6 +53,13 @@ void CapacityHelperSm::handleInitialized() {
 void CapacityHelperSm::refresh() {
    if ( tableCapacity_ ) {
       updateCapacityTable();
+   }
+}
+
+void CapacityHelperSm::refreshAll() {
+   std::set<CapacityHelperSm*> const helpers = liveHelpers();
+   for ( CapacityHelperSm* helper : helpers ) {
+      helper->refresh();
    }
 }
 

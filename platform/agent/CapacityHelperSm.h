@@ -38,6 +38,8 @@ public:
    // Sets the features up, refreshes now and starts the periodic refresh.
    virtual void handleInitialized();
    void refresh();
+   // Refreshes every helper of the process now (a tool's final reading).
+   static void refreshAll();
 
    // Off: the periodic refresh stops (a helper being removed); on: it goes on.
    virtual void hasNotificationActiveIs( bool active );

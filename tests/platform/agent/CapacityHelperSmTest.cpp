@@ -51,7 +51,7 @@ TEST( CapacityHelperSm, PublishesAtOnceThenEveryIntervalUntilSilenced ) {
    helper->hasNotificationActiveIs( false );
    scope.manager().advance( 20.0 );
    EXPECT_EQ( helper->refreshes, 4u );
-   helper->refresh();
+   Hardware::Capacity::CapacityHelperSm::refreshAll();
    EXPECT_EQ( row().used, 5u ) << "an explicit refresh still publishes";
 }
 

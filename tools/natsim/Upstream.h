@@ -1,0 +1,73 @@
+#pragma once
+
+// natsim's upstream: the NAT agent that fills the shadow and publishes transactions, and
+// the ACL agent that publishes trap ACLs.
+//
+// It behaves as the real one: a rule is written into the shadow (with its dirty state),
+// both uid tables and the module set of its uid, then its transaction request is
+// published. Upstream watches the status table of every module; when every module of a
+// transaction's module set has answered, the transaction is over: its request is
+// withdrawn and the shadow entry of a removed key (dirty 2) leaves the shadow, the uid
+// tables and the module sets, while a programmed key's entry becomes clean (dirty 0).
+// Each answer is reported through the answer callback as it arrives.
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <vector>
+
+#include "platform/nat/HwKeyUidTable.h"
+#include "platform/nat/ModSetDir.h"
+#include "platform/nat/NatHwShadow.h"
+#include "platform/nat/UidHwKeyTable.h"
+#include "platform/nat/XactSluiceDir.h"
+#include "tools/natsim/Scenario.h"
+#include "tools/natsim/SimPlatform.h"
+
+namespace natsim {
+
+struct Answer {
+   U16 module;
+   U32 uid;
+   U32 result;
+   U32 field;
+};
+
+class Upstream {
+public:
+   typedef std::function<void( Answer const& )> AnswerHandler;
+
+   Upstream( SimPlatform& platform, AnswerHandler onAnswer );
+   ~Upstream();
+
+   // Starts watching a module's status table (mounting it if nobody has yet).
+   void moduleIs( U16 modId );
+
+   void natRule( NatRuleStep const& step );
+   // False, with a reason, when the key is not in the shadow.
+   bool natRuleRemove( NatRuleRemoveStep const& step, std::string* problem );
+   void trapAcl( TrapAclStep const& step );
+   void trapAclRemove( TrapAclRemoveStep const& step );
+   void mcastMode( McastModeStep const& step );
+
+private:
+   class AnswerReactor;
+
+   void publish( CorvaneNat::Uid uid, U32 field, std::set<U16> modules );
+   void handleAnswer( U16 modId, Xact::XactSluiceStatus const& status );
+   void finish( CorvaneNat::Uid uid );
+
+   SimPlatform& platform_;
+   AnswerHandler onAnswer_;
+   Xact::XactSluiceConfigDir::Ptr requests_;
+   CorvaneNat::HwKeyUidTable::Ptr hwKeyUidTable_;
+   CorvaneNat::UidHwKeyTable::Ptr uidHwKeyTable_;
+   Oro::NatHwShadow::Ptr shadow_;
+   CorvaneNat::ModSetDir::Ptr modSetDir_;
+   std::map<U16, std::unique_ptr<AnswerReactor>> answerReactors_;
+   // Transactions in flight: uid -> modules that have not answered yet.
+   std::map<U32, std::set<U16>> awaiting_;
+};
+
+}  // namespace natsim
