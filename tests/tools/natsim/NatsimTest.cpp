@@ -1,0 +1,138 @@
+// natsim as a user runs it: malformed scenarios refused with the place of the fault, and
+// a scenario played through a test plug-in with the result document it prints.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+struct Outcome {
+   int status = -1;
+   std::string out;
+   std::string err;
+};
+
+std::string readFile( std::string const& path ) {
+   std::ifstream in( path );
+   std::ostringstream text;
+   text << in.rdbuf();
+   return text.str();
+}
+
+// Runs natsim on a scenario text with extra arguments.
+Outcome natsim( std::string const& scenario, std::string const& args = "" ) {
+   char dir[] = "/tmp/natsimtestXXXXXX";
+   EXPECT_TRUE( ::mkdtemp( dir ) );
+   std::string base = dir;
+   std::ofstream( base + "/scenario.json" ) << scenario;
+   std::string command = std::string( NATSIM_PATH ) + " run " + base + "/scenario.json " +
+                         args + " >" + base + "/out 2>" + base + "/err";
+   Outcome run;
+   int raw = std::system( command.c_str() );
+   run.status = WIFEXITED( raw ) ? WEXITSTATUS( raw ) : -1;
+   run.out = readFile( base + "/out" );
+   run.err = readFile( base + "/err" );
+   std::system( ( "rm -rf " + base ).c_str() );
+   return run;
+}
+
+std::string const testPlugin = std::string( "--plugin " ) + TEST_PLUGIN_PATH +
+                               " --mounter TestPlugin::Mounter --callback "
+                               "TestPlugin::CliCallback";
+
+TEST( Natsim, RefusesMalformedScenariosNamingThePlace ) {
+   struct Case {
+      std::string scenario;
+      std::string expected;
+   };
+   std::string const key = R"("key": {"type": 1, "srcOld": "10.0.0.1"})";
+   std::string vlans = "[";
+   for ( int i = 1; i <= 65; ++i ) {
+      vlans += std::to_string( i ) + ( i < 65 ? "," : "]" );
+   }
+   Case const cases[] = {
+       { "{ \"steps\": [ }", "scenario.json: line 1, column 14: invalid JSON" },
+       { R"({"steps": [{"natRules": {}}]})",
+         "scenario.json: steps[0]: unknown step \"natRules\"" },
+       { R"({"steps": [{"natRule": {"uid": 1, "key": {"srcOld": "10.0.0.300"}}}]})",
+         "scenario.json: steps[0].natRule.key.srcOld: \"10.0.0.300\" is not an IPv4 "
+         "address" },
+       { R"({"steps": [{"natRule": {"uid": 1, )" + key + R"(, "data": {"vlans": )" +
+             vlans + "}}}]}",
+         "scenario.json: steps[0].natRule.data.vlans: NatVlanIdIndex::value < "
+         "NatVlanIdIndex::min or > NatVlanIdIndex::max not allowed" },
+       { R"({"steps": [{"natRule": {"uid": "one", )" + key + "}}]}",
+         "scenario.json: steps[0].natRule.uid: expected a number, got a string" },
+   };
+   for ( Case const& c : cases ) {
+      Outcome run = natsim( c.scenario, testPlugin );
+      EXPECT_EQ( run.status, 2 ) << c.scenario;
+      EXPECT_NE( run.err.find( "natsim: " ), std::string::npos ) << run.err;
+      EXPECT_NE( run.err.find( c.expected ), std::string::npos ) << run.err;
+      EXPECT_TRUE( run.out.empty() ) << "nothing is played";
+   }
+}
+
+TEST( Natsim, PlaysAScenarioThroughAPlugInIntoTheResultDocument ) {
+   Outcome run = natsim( R"({
+      "chip": { "modules": { "1": 1 }, "tcamEntries": 1 },
+      "steps": [
+        { "natRule": { "uid": 4, "key": { "type": 1, "srcOld": "10.0.0.1" }, "field": 9 } },
+        { "natRule": { "uid": 5, "key": { "type": 1, "srcOld": "10.0.0.2" } } },
+        { "packet": { "src": "10.0.0.1", "count": 2 } },
+        { "packet": { "src": "10.9.9.9" } },
+        { "show": "ShowTest" },
+        { "verify": 1 },
+        { "natRuleRemove": { "uid": 4, "key": { "type": 1, "srcOld": "10.0.0.1" } } },
+        { "show": "ShowTest" }
+      ] })",
+                     testPlugin + " --json" );
+   ASSERT_EQ( run.status, 0 ) << run.err;
+   nlohmann::json result = nlohmann::json::parse( run.out );
+
+   EXPECT_EQ( result["answers"], nlohmann::json::parse( R"([
+                 {"step": 0, "module": 1, "uid": 4, "result": 1, "field": 9},
+                 {"step": 1, "module": 1, "uid": 5, "result": 2, "field": 0},
+                 {"step": 6, "module": 1, "uid": 4, "result": 1, "field": 0}])" ) );
+   ASSERT_EQ( result["events"].size(), 2u );
+   EXPECT_EQ( result["events"][0]["name"], "TEST_PLUGIN_FULL" );
+   EXPECT_EQ( result["events"][0]["step"], 1 );
+   EXPECT_EQ( result["events"][1]["message"], "Verified module 1" );
+
+   auto const& journal = result["journal"];
+   ASSERT_GE( journal.size(), 5u );
+   EXPECT_EQ( journal[0]["call"], "getEntry" );
+   EXPECT_EQ( journal[0]["entry"], 1 );
+   EXPECT_EQ( journal[1], nlohmann::json::parse( R"({"step": 0, "call":
+      "bcm_field_qualify_SrcIp", "unit": 1, "entry": 1, "args": [167772161, 4294967295],
+      "rc": 0})" ) );
+   EXPECT_EQ( journal[2]["args"],
+              nlohmann::json::parse( R"(["bcmFieldActionDropCancel", 0, 0])" ) );
+   EXPECT_EQ( journal[5]["call"], "getEntry" );
+   EXPECT_EQ( journal[5]["entry"], 0 ) << "full: no id";
+   EXPECT_EQ( journal.back()["call"], "releaseEntry" );
+   EXPECT_EQ( journal.back()["step"], 6 );
+
+   EXPECT_EQ( result["packets"][0]["entry"], 1 );
+   EXPECT_EQ( result["packets"][1]["entry"], 0 );
+   EXPECT_EQ( result["show"][0]["output"], "[{\"uid\": 4, \"entry\": 1},]" );
+   EXPECT_EQ( result["show"][1]["output"], "[]" );
+   EXPECT_TRUE( result["chip"][0]["entries"].empty() ) << "the removed rule's entry";
+   EXPECT_TRUE( result["problems"].empty() );
+}
+
+TEST( Natsim, ExplainsAPlugInWithoutTheMounterType ) {
+   Outcome run = natsim( "{}", std::string( "--plugin " ) + TEST_PLUGIN_PATH );
+   EXPECT_EQ( run.status, 1 );
+   EXPECT_NE( run.err.find( "registers no mounter type \"Corvane::NatMounter\"" ),
+              std::string::npos )
+       << run.err;
+}
+
+}  // namespace

@@ -1,0 +1,103 @@
+// natsim: plays upstream software and the agent's platform from a scenario, so that a
+// user sees exactly what the NAT plug-in does to the chip.
+
+#include <unistd.h>
+#include <CLI/CLI.hpp>
+
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "platform/fwk/Trace.h"
+#include "tools/natsim/Report.h"
+#include "tools/natsim/Scenario.h"
+#include "tools/natsim/Simulation.h"
+
+namespace natsim {
+extern char const demoScenario[];
+}  // namespace natsim
+
+namespace {
+
+// The plug-in next to the tool: <build>/bin/natsim and <build>/lib/<library>.
+std::string defaultPluginPath() {
+   char path[4096];
+   ssize_t n = ::readlink( "/proc/self/exe", path, sizeof( path ) - 1 );
+   std::string exe = n > 0 ? std::string( path, std::size_t( n ) ) : std::string( "." );
+   std::string dir = exe.substr( 0, exe.rfind( '/' ) );
+   return dir + "/../lib/libCorvaneNatSliceWorker.so";
+}
+
+bool readFile( std::string const& file, std::string* text ) {
+   std::ifstream in( file );
+   if ( !in ) {
+      return false;
+   }
+   std::ostringstream content;
+   content << in.rdbuf();
+   *text = content.str();
+   return true;
+}
+
+}  // namespace
+
+int main( int argc, char** argv ) {
+   CLI::App app{
+       "natsim: plays a NAT scenario against the plug-in and shows what it did to "
+       "the chip.\nWithout a command it plays the built-in demo scenario.\n"
+       "The scenario and result formats are described in docs/scenario.md." };
+   bool json = false;
+   std::string trace;
+   natsim::Options options;
+   options.pluginPath = defaultPluginPath();
+   app.add_flag( "--json", json, "print the result as a JSON document" );
+   app.add_option( "--trace", trace, "trace setting, e.g. ApiCorvane/0,4,8 (to stderr)" );
+   app.add_option( "--plugin", options.pluginPath, "the plug-in library to load" )
+       ->capture_default_str();
+   app.add_option( "--mounter", options.mounterType, "the plug-in's mounter type" )
+       ->capture_default_str();
+   app.add_option( "--callback", options.callbackType,
+                   "the plug-in's command callback type" )
+       ->capture_default_str();
+   std::string file;
+   CLI::App* run = app.add_subcommand( "run", "play the scenario in FILE" );
+   run->add_option( "FILE", file, "the scenario (JSON)" )->required();
+   run->fallthrough(); // the options above may follow the command
+   CLI11_PARSE( app, argc, argv );
+
+   std::string text;
+   std::string name = "demo";
+   if ( run->parsed() ) {
+      name = file;
+      if ( !readFile( file, &text ) ) {
+         std::cerr << "natsim: " << file << ": cannot be read\n";
+         return 2;
+      }
+   } else {
+      text = natsim::demoScenario;
+   }
+   natsim::Scenario scenario;
+   natsim::ScenarioError error;
+   if ( !natsim::parseScenario( text, &scenario, &error ) ) {
+      std::cerr << "natsim: " << name << ": " << error.what() << "\n";
+      return 2;
+   }
+   if ( !trace.empty() ) {
+      Fwk::traceSettingIs( trace );
+   }
+
+   natsim::Simulation simulation( std::move( scenario ), options );
+   std::string problem;
+   if ( !simulation.start( &problem ) ) {
+      std::cerr << "natsim: " << problem << "\n";
+      return 1;
+   }
+   simulation.play();
+   auto result = simulation.result();
+   if ( json ) {
+      std::cout << result.dump( 2 ) << "\n";
+   } else {
+      std::cout << "natsim: played " << name << "\n" << natsim::readableReport( result );
+   }
+   return 0;
+}
