@@ -1,5 +1,7 @@
 #include "platform/fwk/ActivityManager.h"
 
+#include "platform/fwk/ActivityLock.h"
+
 #include <chrono>
 #include <thread>
 
@@ -104,9 +106,15 @@ bool ActivityManager::fireOneDue( Seconds now ) {
    return true;
 }
 
+ActivityLock& ActivityLock::instance() {
+   static ActivityLock lock;
+   return lock;
+}
+
 std::size_t ActivityManager::runUntilIdle() {
    FWK_ASSERT_TEXT( !running_, "the event loop does not run inside a reaction" );
    running_ = true;
+   ActivityLock::instance().take();
    std::size_t done = 0;
    for ( ;; ) {
       if ( deliverOne() ) {
@@ -119,6 +127,7 @@ std::size_t ActivityManager::runUntilIdle() {
       }
       break;
    }
+   ActivityLock::instance().give();
    running_ = false;
    return done;
 }

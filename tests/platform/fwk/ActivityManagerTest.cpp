@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/fwk/ActivityLock.h"
 #include "platform/fwk/ActivityManager.h"
 #include "platform/fwk/Quay.h"
 
@@ -136,6 +137,25 @@ TEST_F( ActivityManagerTest, PostedCallsRunInOrderWithChanges ) {
    loop.runUntilIdle();
    EXPECT_EQ( log, ( Log{ "r:a.value=3", "posted", "r:a.value=2", "r:a.value=2" } ) )
        << "a reaction sees the value as it is when the change is delivered";
+}
+
+TEST_F( ActivityManagerTest, TheActivityLockIsHeldByReactionsAndGivenUpAroundSlowCalls ) {
+   auto& lock = Fwk::ActivityLock::instance();
+   std::vector<bool> held;
+   loop.post( [&] {
+      held.push_back( lock.held() );
+      {
+         Fwk::ActivityLockRelease release;
+         held.push_back( lock.held() );
+      }
+      held.push_back( lock.held() );
+   } );
+   EXPECT_FALSE( lock.held() );
+   loop.runUntilIdle();
+   EXPECT_EQ( held, ( std::vector<bool>{ true, false, true } ) );
+   EXPECT_FALSE( lock.held() );
+   Fwk::ActivityLockRelease outsideTheLoop;  // gives up nothing
+   EXPECT_FALSE( lock.held() );
 }
 
 TEST_F( ActivityManagerTest, ANotifiedEntityLivesUntilDelivery ) {
