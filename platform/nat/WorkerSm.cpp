@@ -69,6 +69,10 @@ WorkerSm::WorkerSm( Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigD
 
 WorkerSm::~WorkerSm() {
    // Rest the reactors before the entities they watch are dropped.
+   reactorsDel();
+}
+
+void WorkerSm::reactorsDel() {
    selfReactor_.reset();
    configReactor_.reset();
    requestReactor_.reset();
@@ -142,7 +146,9 @@ void WorkerSm::hasNotificationActiveIs( bool active ) {
    if ( configReactor_ ) {
       configReactor_->hasNotificationActiveIs( active );
    }
-   selfReactor_->hasNotificationActiveIs( active );
+   if ( selfReactor_ ) {
+      selfReactor_->hasNotificationActiveIs( active );
+   }
 }
 
 }  // namespace CorvaneNat

@@ -88,6 +88,9 @@ protected:
              CapabilityConfig::PtrConst const& capabilityConfig,
              CapabilityStatus::Ptr const& capabilityStatus );
    ~WorkerSm() override;
+   // Puts the base's own reactors to rest (a derived worker's teardown calls it in its
+   // place in the order; the destructor does it otherwise).
+   void reactorsDel();
 
 private:
    class RequestReactor;

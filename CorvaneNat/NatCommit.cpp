@@ -1,0 +1,131 @@
+// The transaction commit: from a uid to programmed or removed entries and an answer.
+
+#include <unordered_set>
+#include <vector>
+
+#include "CorvaneNat/NatTrace.h"
+#include "CorvaneNat/NatWorkerSm.h"
+
+namespace Corvane {
+
+namespace {
+
+constexpr U32 resultDone = 1;
+constexpr U32 resultHardwareFull = 2;
+
+bool isSourceSide( Oro::NatHwKey::NatKeyType type ) {
+   return type == Oro::NatHwKey::staticSrcNat || type == Oro::NatHwKey::twiceNatSrc ||
+          type == Oro::NatHwKey::dynamicSrcNat;
+}
+
+bool isDestinationSide( Oro::NatHwKey::NatKeyType type ) {
+   return type == Oro::NatHwKey::staticDstNat || type == Oro::NatHwKey::twiceNatDst ||
+          type == Oro::NatHwKey::dynamicDstNat;
+}
+
+}  // namespace
+
+void NatWorkerSm::answer( CorvaneNat::Uid uid, U32 result, U32 field ) {
+   Xact::XactSluiceStatus status;
+   status.key = Xact::XactSluiceKey( uid );
+   status.result = result;
+   status.field = field;
+   xactSluiceStatusDir()->xactStatusIs( status );
+}
+
+void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
+   FWK_ASSERT( initialized() );
+
+   if ( !hitlessInitPhase() ) {
+      CorvaneNat::ModSet const* modSet =
+          modSetDir() ? modSetDir()->modSet( uid ) : nullptr;
+      if ( !modSet || !modSet->hasModule( modId() ) ) {
+         NAT_TRACE( 8, "doCommitHwConfig",
+                    " mod " << modId() << " uid " << uid << " not in pending set" );
+         return;
+      }
+   }
+
+   FWK_ASSERT( uidHwKeyTable()->entryHas( uid ) );
+   Oro::NatHwKey const hwKey = *uidHwKeyTable()->entry( uid );
+
+   Xact::XactSluiceKey const xactSluiceKey( uid );
+   FWK_ASSERT( xactSluiceConfigDir()->xactConfigHas( xactSluiceKey ) );
+   U32 const field = xactSluiceConfigDir()->xactConfig( xactSluiceKey )->field;
+
+   // Dynamic keys that the hardware mode cannot hold are answered without hardware.
+   if ( hwKey.isDynamicNat() ) {
+      bool const zeroAddress =
+          hwKey.srcIpAndPortOld().ip().isZero() || hwKey.dstIpAndPortOld().ip().isZero();
+      bool const port =
+          hwKey.srcIpAndPortOld().port() != 0 || hwKey.dstIpAndPortOld().port() != 0;
+      if ( ( zeroAddress && isAddrOnlyMode() ) || ( port && !isAddrOnlyMode() ) ) {
+         answer( uid, resultDone, field );
+         return;
+      }
+   }
+
+   Oro::NatHwShadowEntry const* shadowEntry = shadow()->entry( hwKey );
+   FWK_ASSERT_TEXT( shadowEntry, "shadow()->entryHas( hwKey )" );
+   Oro::NatHwShadowEntry::Dirty const dirty = shadowEntry->dirty();
+   if ( dirty == Oro::NatHwShadowEntry::deletePending ) {
+      EntryIdTableEntry const row = entryIdTable()->entry( hwKey );
+      for ( auto const& vlanEntry : row.defaultEntryIds() ) {
+         doDeleteEntry( hwKey, vlanEntry.vlanId );
+      }
+      if ( tcamHitCountStatus() ) {
+         tcamHitCountStatus()->entryDel( tcamHitCountKeyFromHwKey( hwKey ) );
+      }
+      entryIdTable()->entryDel( hwKey );
+      answer( uid, resultDone, field );
+      return;
+   }
+   if ( dirty != Oro::NatHwShadowEntry::clean &&
+        dirty != Oro::NatHwShadowEntry::programPending ) {
+      answer( uid, resultDone, field );
+      return;
+   }
+   if ( dirty == Oro::NatHwShadowEntry::clean ) {
+      FWK_ASSERT( hitlessInitPhase() && "invalid hw access with clean shadow" );
+   }
+
+   // The paired key is the key itself, with its own shadow data.
+   Oro::NatHwKey const& hwKey0 = hwKey;
+   FWK_ASSERT( shadow()->entryHas( hwKey0 ) );
+   Oro::NatHwData const shadowData0 = shadow()->entry( hwKey0 )->data();
+   NAT_TRACE( 8, "doCommitHwConfig",
+              "uid:" << uid << " dirty: " << Oro::valueToStrep( dirty )
+                     << "shadowData0=" << shadowData0.stringValue() );
+
+   U32 result = resultDone;
+   Oro::NatHwKey::NatKeyType const type = hwKey.keyType();
+   if ( isSourceSide( type ) ) {
+      if ( !doProgram( hwKey, hwKey0, shadowData0, 0 ) ) {
+         result = resultHardwareFull;
+      }
+   } else if ( isDestinationSide( type ) ) {
+      std::unordered_set<U16> vlanSet;
+      for ( U32 i = 0; i < shadowData0.vlanIds(); ++i ) {
+         vlanSet.insert( shadowData0.vlanId( i ) );
+      }
+      for ( U32 i = 0; i < shadowData0.vlanIds(); ++i ) {
+         if ( !doProgram( hwKey, hwKey0, shadowData0, shadowData0.vlanId( i ) ) ) {
+            result = resultHardwareFull;
+         }
+      }
+      // Free the entries of VLANs that the data no longer lists.
+      std::vector<U16> dropped;
+      EntryIdTableEntry const row = entryIdTable()->entry( hwKey );
+      for ( auto const& vlanEntry : row.defaultEntryIds() ) {
+         if ( !vlanSet.count( vlanEntry.vlanId ) ) {
+            dropped.push_back( vlanEntry.vlanId );
+         }
+      }
+      for ( U16 vlanId : dropped ) {
+         doDeleteEntry( hwKey, vlanId );
+      }
+   }
+   answer( uid, result, field );
+}
+
+}  // namespace Corvane

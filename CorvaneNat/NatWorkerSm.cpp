@@ -1,0 +1,208 @@
+// The worker's lifecycle: construction, the flash-download wait, initialization, the
+// switching of its reactors and its teardown.
+
+#include "CorvaneNat/NatWorkerSm.h"
+
+#include "CorvaneNat/NatConstants.h"
+#include "CorvaneNat/NatTrace.h"
+
+namespace Corvane {
+
+class NatWorkerSm::ScsdReactor
+    : public Fwk::ReactorOn<CorvaneCommonSmData const, NatWorkerSm> {
+public:
+   using ReactorOn::ReactorOn;
+   void onAttribute( Fwk::AttributeId attr, Fwk::KeyRef key ) override {
+      if ( attr == CorvaneCommonSmData::attrFlashDownloadWait && !key.isNull() ) {
+         owner()->handleFlashDownloadWait( key.as<TcamFlashDownloadReq>() );
+      }
+   }
+};
+
+// Holds the shared-memory mount group, whose readiness doInit() reads; the root reacts
+// to its changes.
+class NatWorkerSm::MountGroupReactor
+    : public Fwk::ReactorOn<VekSharedMem::MountGroup const, NatWorkerSm> {
+public:
+   using ReactorOn::ReactorOn;
+   void onAttribute( Fwk::AttributeId, Fwk::KeyRef ) override {}
+};
+
+// Holds the multicast translation mode.
+class NatWorkerSm::McastTranslationModeReactor
+    : public Fwk::ReactorOn<Ip::Nat::McastTranslationMode const, NatWorkerSm> {
+public:
+   using ReactorOn::ReactorOn;
+   void onAttribute( Fwk::AttributeId, Fwk::KeyRef ) override {}
+};
+
+// Holds the trap configuration.
+class NatWorkerSm::TrapConfigReactor
+    : public Fwk::ReactorOn<Oro::NatTrapConfig const, NatWorkerSm> {
+public:
+   using ReactorOn::ReactorOn;
+   void onAttribute( Fwk::AttributeId, Fwk::KeyRef ) override {}
+};
+
+namespace {
+
+template <class R, class E>
+std::unique_ptr<R> reactorOn( Fwk::Ptr<E> const& entity, NatWorkerSm* worker ) {
+   if ( !entity ) {
+      return nullptr;
+   }
+   auto reactor = std::make_unique<R>( entity, worker );
+   reactor->hasNotificationActiveIs( true );
+   return reactor;
+}
+
+}  // namespace
+
+NatWorkerSm::NatWorkerSm(
+    Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigDir,
+    Xact::XactSluiceStatusDir::Ptr const& xactSluiceStatusDir,
+    Oro::NatHwShadow::PtrConst const& shadow,
+    CorvaneNat::UidHwKeyTable::PtrConst const& uidHwKeyTable,
+    CorvaneNat::HwKeyUidTable::PtrConst const& hwKeyUidTable,
+    CorvaneNat::ModSetDir::PtrConst const& modSetDir,
+    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
+    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
+    CorvaneCentral::ModId modId, CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
+    CorvaneCommonSmData::PtrConst const& commonSmData,
+    VekSharedMem::MountGroup::PtrConst const& mountGroup,
+    OroCapacity::TableCapacity::Ptr const& tableCapacity,
+    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
+    Oro::NatTrapConfig::PtrConst const& trapConfig,
+    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus )
+    : WorkerSm( xactSluiceConfigDir, xactSluiceStatusDir, shadow, uidHwKeyTable,
+                hwKeyUidTable, modSetDir, capabilityConfig, capabilityStatus ),
+      modId_( modId ),
+      tcamGroupManager_( tcamGroupManager ),
+      scsd_( reactorOn<ScsdReactor>( commonSmData, this ) ),
+      mountGroup_( reactorOn<MountGroupReactor>( mountGroup, this ) ),
+      tableCapacity_( tableCapacity ),
+      mcastTranslationModeStatus_(
+          reactorOn<McastTranslationModeReactor>( mcastTranslationMode, this ) ),
+      trapConfig_( reactorOn<TrapConfigReactor>( trapConfig, this ) ),
+      tcamHitCountStatus_( tcamHitCountStatus ),
+      hitlessInitPhase_( commonSmData ? commonSmData->hitlessRestart() : false ) {
+   // A worker made after the flash download finished starts at once.
+   handleFlashDownloadWait();
+}
+
+NatWorkerSm::~NatWorkerSm() {
+   // Reactors rest first, in declaration order, then the base's; then the owned state.
+   scsd_.reset();
+   mountGroup_.reset();
+   mcastTranslationModeStatus_.reset();
+   trapConfig_.reset();
+   reactorsDel();
+   entryIdTableDel();
+}
+
+CorvaneCommonSmData const* NatWorkerSm::commonSmData() const {
+   return scsd_ ? scsd_->notifier() : nullptr;
+}
+
+VekSharedMem::MountGroup const* NatWorkerSm::mountGroup() const {
+   return mountGroup_ ? mountGroup_->notifier() : nullptr;
+}
+
+Ip::Nat::McastTranslationMode const* NatWorkerSm::mcastTranslationModeStatus() const {
+   return mcastTranslationModeStatus_ ? mcastTranslationModeStatus_->notifier() : nullptr;
+}
+
+Oro::NatTrapConfig const* NatWorkerSm::trapConfig() const {
+   return trapConfig_ ? trapConfig_->notifier() : nullptr;
+}
+
+CorvaneTcamEntryManager* NatWorkerSm::natEntryManager() const {
+   return tcamGroupManager_->unboundedEntryManager( natTcamGroupAssignment ).ptr();
+}
+
+EntryIdTable::Ptr NatWorkerSm::entryIdTableIs() {
+   if ( !entryIdTable_ ) {
+      entryIdTable_ = new EntryIdTable;
+   }
+   return entryIdTable_;
+}
+
+void NatWorkerSm::handleFlashDownloadWait() {
+   FWK_ASSERT( commonSmData() );
+   for ( auto const& wait : commonSmData()->flashDownloadWait() ) {
+      handleFlashDownloadWait( wait.first );
+   }
+}
+
+void NatWorkerSm::handleFlashDownloadWait( TcamFlashDownloadReq req ) {
+   FWK_ASSERT( commonSmData() );
+   bool const* done = commonSmData()->flashDownloadWait( req );
+   if ( done && *done && req == tcamFlashDownloadReqL3Status ) {
+      tcamFlashDownloadReqL3StatusCompleteIs( true );
+      doInit();
+   }
+}
+
+void NatWorkerSm::doInit() {
+   FWK_ASSERT( mountGroup() );
+   NAT_TRACE( 8, "doInit",
+              " flash download " << tcamFlashDownloadReqL3StatusComplete()
+                                 << " mountGroup ready " << mountGroup()->ready() );
+   if ( mountGroup()->ready() && tcamFlashDownloadReqL3StatusComplete() ) {
+      initializedIs( true );
+   }
+}
+
+void NatWorkerSm::handleInitialized() {
+   NAT_TRACE( 8, "NatWorkerSm::handleInitialized",
+              " initialized: " << initialized()
+                               << " hitlessInitPhase(): " << hitlessInitPhase() );
+   if ( !initialized() ) {
+      WorkerSm::handleInitialized();
+      return;
+   }
+   entryIdTableIs();
+   WorkerSm::handleInitialized();
+}
+
+void NatWorkerSm::hasNotificationActiveIs( bool active ) {
+   if ( active == notificationActive_ ) {
+      return;
+   }
+   notificationActive_ = active;
+   WorkerSm::hasNotificationActiveIs( active );
+   for ( Fwk::Reactor* reactor :
+         { static_cast<Fwk::Reactor*>( scsd_.get() ),
+           static_cast<Fwk::Reactor*>( mountGroup_.get() ),
+           static_cast<Fwk::Reactor*>( mcastTranslationModeStatus_.get() ),
+           static_cast<Fwk::Reactor*>( trapConfig_.get() ) } ) {
+      if ( reactor ) {
+         reactor->hasNotificationActiveIs( active );
+      }
+   }
+}
+
+NatWorkerSm::Ptr NatWorkerSmIs(
+    Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigDir,
+    Xact::XactSluiceStatusDir::Ptr const& xactSluiceStatusDir,
+    Oro::NatHwShadow::PtrConst const& shadow,
+    CorvaneNat::UidHwKeyTable::PtrConst const& uidHwKeyTable,
+    CorvaneNat::HwKeyUidTable::PtrConst const& hwKeyUidTable,
+    CorvaneNat::ModSetDir::PtrConst const& modSetDir,
+    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
+    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
+    CorvaneCentral::ModId modId, CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
+    CorvaneCommonSmData::PtrConst const& commonSmData,
+    VekSharedMem::MountGroup::PtrConst const& mountGroup,
+    OroCapacity::TableCapacity::Ptr const& tableCapacity,
+    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
+    Oro::NatTrapConfig::PtrConst const& trapConfig,
+    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus ) {
+   return NatWorkerSm::Ptr(
+       new NatWorkerSm( xactSluiceConfigDir, xactSluiceStatusDir, shadow, uidHwKeyTable,
+                        hwKeyUidTable, modSetDir, capabilityConfig, capabilityStatus,
+                        modId, tcamGroupManager, commonSmData, mountGroup, tableCapacity,
+                        mcastTranslationMode, trapConfig, tcamHitCountStatus ) );
+}
+
+}  // namespace Corvane

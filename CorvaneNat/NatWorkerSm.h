@@ -1,0 +1,176 @@
+#pragma once
+
+// The NAT worker of one chip module: it owns everything that programs NAT on that chip.
+//
+// Built by the root (one per module of the chip-common data's module map) from the
+// shared NAT state, it waits until the chip's TCAM flash download (the L3-status request)
+// has completed and the shared-memory mount group is ready, in either order, and then
+// initializes: it creates its entry-id table and starts serving transactions (its base
+// calls doCommitHwConfig( uid ) once per request). A commit programs, reprograms or
+// removes the field-processor entries of one NAT key through the SDK and the TCAM entry
+// manager of group 160, keeps the entry-id table in step and answers the transaction.
+//
+// The worker's SDK unit is its module id. Hardware entries belong to the TCAM entry
+// manager and are referenced by id; destroying a worker frees none of them. The worker
+// runs on the event loop only.
+//
+// The operations are split over sources by subsystem: NatWorkerSm.cpp (lifecycle),
+// NatCommit.cpp, NatProgram.cpp, NatDynamicProgram.cpp, NatDelete.cpp,
+// NatDescription.cpp.
+
+#include <memory>
+#include <string>
+
+#include "CorvaneNat/EntryIdTable.h"
+#include "platform/agent/TableCapacity.h"
+#include "platform/mount/VekSharedMemEntityManager.h"
+#include "platform/nat/CorvaneCommonSmData.h"
+#include "platform/nat/McastTranslationMode.h"
+#include "platform/nat/NatTrapConfig.h"
+#include "platform/nat/TcamHitCountStatus.h"
+#include "platform/nat/WorkerSm.h"
+#include "platform/tcam/CorvaneTcamGroupManager.h"
+
+namespace Corvane {
+
+// The hit-count key of a dynamic NAT key: (old source, new destination) of a source key,
+// (new destination, old source) of a destination key; all zero for other kinds.
+CorvaneNat::TcamHitCountKey tcamHitCountKeyFromHwKey( Oro::NatHwKey const& hwKey );
+
+class NatWorkerSm : public CorvaneNat::WorkerSm {
+public:
+   typedef Fwk::Ptr<NatWorkerSm> Ptr;
+   typedef Fwk::PtrConst<NatWorkerSm> PtrConst;
+
+   NatWorkerSm( Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigDir,
+                Xact::XactSluiceStatusDir::Ptr const& xactSluiceStatusDir,
+                Oro::NatHwShadow::PtrConst const& shadow,
+                CorvaneNat::UidHwKeyTable::PtrConst const& uidHwKeyTable,
+                CorvaneNat::HwKeyUidTable::PtrConst const& hwKeyUidTable,
+                CorvaneNat::ModSetDir::PtrConst const& modSetDir,
+                CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
+                CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
+                CorvaneCentral::ModId modId,
+                CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
+                CorvaneCommonSmData::PtrConst const& commonSmData,
+                VekSharedMem::MountGroup::PtrConst const& mountGroup,
+                OroCapacity::TableCapacity::Ptr const& tableCapacity,
+                Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
+                Oro::NatTrapConfig::PtrConst const& trapConfig,
+                CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus );
+   ~NatWorkerSm() override;
+
+   // Attributes.
+   CorvaneCentral::ModId modId() const { return modId_; }
+   // The SDK unit of every call: the module id.
+   U16 unit() const { return modId_; }
+   CorvaneTcamGroupManager* tcamGroupManager() const { return tcamGroupManager_.ptr(); }
+   CorvaneCommonSmData const* commonSmData() const;
+   VekSharedMem::MountGroup const* mountGroup() const;
+   OroCapacity::TableCapacity* tableCapacity() const { return tableCapacity_.ptr(); }
+   Ip::Nat::McastTranslationMode const* mcastTranslationModeStatus() const;
+   Oro::NatTrapConfig const* trapConfig() const;
+   CorvaneNat::TcamHitCountStatus* tcamHitCountStatus() const {
+      return tcamHitCountStatus_.ptr();
+   }
+   EntryIdTable* entryIdTable() const { return entryIdTable_.ptr(); }
+   bool hitlessInitPhase() const { return hitlessInitPhase_; }
+   void hitlessInitPhaseIs( bool phase ) { hitlessInitPhase_ = phase; }
+   bool tcamFlashDownloadReqL3StatusComplete() const {
+      return tcamFlashDownloadReqL3StatusComplete_;
+   }
+   void tcamFlashDownloadReqL3StatusCompleteIs( bool complete ) {
+      tcamFlashDownloadReqL3StatusComplete_ = complete;
+   }
+   Fwk::Seconds tcamCountersPollingInterval() const {
+      return tcamCountersPollingInterval_;
+   }
+   void tcamCountersPollingIntervalIs( Fwk::Seconds interval ) {
+      tcamCountersPollingInterval_ = interval;
+   }
+
+   // The worker's entry-id table, created empty on first call.
+   EntryIdTable::Ptr entryIdTableIs();
+   void entryIdTableDel() { entryIdTable_ = nullptr; }
+
+   // Lifecycle.
+   void doInit();
+   void handleFlashDownloadWait();
+   void handleFlashDownloadWait( TcamFlashDownloadReq req );
+   void handleInitialized() override;
+   void hasNotificationActiveIs( bool active ) override;
+
+   // Transactions and programming.
+   void doCommitHwConfig( CorvaneNat::Uid uid ) override;
+   bool doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hwKey0,
+                   Oro::NatHwData const& data, U16 vlanId );
+   void doProgramEntry( U32 entryId, bool reinstall, bool fragEntry,
+                        Oro::NatHwKey const& hwKey, Oro::NatHwData const& shadowData,
+                        Oro::NatHwKey const& hwKey0, Oro::NatHwData const& shadowData0,
+                        U16 vlanId, U32 opaqueId );
+   void doProgramDynamicNatEntry( U32 entryId, bool reinstall, bool fragEntry,
+                                  Oro::NatHwKey const& hwKey,
+                                  Oro::NatHwData const& hwData,
+                                  Oro::NatHwKey const& hwKey0,
+                                  Oro::NatHwData const& shadowData0, U32 uid );
+   void doDeleteEntry( Oro::NatHwKey const& hwKey, U16 vlanId );
+   std::string generateTcamEntryDescription( Oro::NatHwKey const& hwKey, U16 vlanId,
+                                             bool fragEntry, bool multicast ) const;
+
+   // The entry manager of the NAT group.
+   CorvaneTcamEntryManager* natEntryManager() const;
+
+private:
+   class ScsdReactor;
+   class MountGroupReactor;
+   class McastTranslationModeReactor;
+   class TrapConfigReactor;
+
+   void doProgramSourceEntry( U32 entryId, bool reinstall, bool fragEntry,
+                              Oro::NatHwKey const& hwKey,
+                              Oro::NatHwData const& shadowData,
+                              Oro::NatHwData const& shadowData0, U16 vlanId,
+                              U32 opaqueId );
+   void doProgramDestinationEntry( U32 entryId, bool reinstall, bool fragEntry,
+                                   Oro::NatHwKey const& hwKey,
+                                   Oro::NatHwData const& shadowData,
+                                   Oro::NatHwData const& shadowData0, U16 vlanId,
+                                   U32 opaqueId );
+   void doInstall( U32 entryId, bool reinstall );
+   U32 opaqueIdOf( Oro::NatHwKey const& hwKey, Oro::NatHwData const& data ) const;
+   void answer( CorvaneNat::Uid uid, U32 result, U32 field );
+
+   CorvaneCentral::ModId modId_;
+   CorvaneTcamGroupManager::Ptr tcamGroupManager_;
+   std::unique_ptr<ScsdReactor> scsd_;
+   std::unique_ptr<MountGroupReactor> mountGroup_;
+   OroCapacity::TableCapacity::Ptr tableCapacity_;
+   std::unique_ptr<McastTranslationModeReactor> mcastTranslationModeStatus_;
+   std::unique_ptr<TrapConfigReactor> trapConfig_;
+   CorvaneNat::TcamHitCountStatus::Ptr tcamHitCountStatus_;
+   EntryIdTable::Ptr entryIdTable_;
+   bool hitlessInitPhase_ = false;
+   bool tcamFlashDownloadReqL3StatusComplete_ = false;
+   Fwk::Seconds tcamCountersPollingInterval_ = 10.0;
+   bool notificationActive_ = false;
+};
+
+// Creates a worker (the sixteen values of the constructor, in its order).
+NatWorkerSm::Ptr NatWorkerSmIs(
+    Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigDir,
+    Xact::XactSluiceStatusDir::Ptr const& xactSluiceStatusDir,
+    Oro::NatHwShadow::PtrConst const& shadow,
+    CorvaneNat::UidHwKeyTable::PtrConst const& uidHwKeyTable,
+    CorvaneNat::HwKeyUidTable::PtrConst const& hwKeyUidTable,
+    CorvaneNat::ModSetDir::PtrConst const& modSetDir,
+    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
+    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
+    CorvaneCentral::ModId modId, CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
+    CorvaneCommonSmData::PtrConst const& commonSmData,
+    VekSharedMem::MountGroup::PtrConst const& mountGroup,
+    OroCapacity::TableCapacity::Ptr const& tableCapacity,
+    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
+    Oro::NatTrapConfig::PtrConst const& trapConfig,
+    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus );
+
+}  // namespace Corvane
