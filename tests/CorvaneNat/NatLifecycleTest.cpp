@@ -1,0 +1,138 @@
+// How the plug-in comes alive: mounts, NAT support, workers per module, the flash
+// download and the mount group in either order, and losing and regaining readiness.
+
+#include "NatTestFixture.h"
+
+#include <functional>
+
+#include "platform/mount/OrreryEntityManager.h"
+
+namespace {
+
+using NatTest::NatFixture;
+
+class NatLifecycle : public NatFixture {};
+
+TEST_F( NatLifecycle, MountsInOrderThenOneInitializedWorkerPerModule ) {
+   chip.modules = { { 1, 1 }, { 3, 3 } };
+   start();
+   std::vector<std::string> stateMounts;
+   for ( auto const& m : platform->agent().stateDatabase->mounts() ) {
+      stateMounts.push_back( m.path + " " + m.typeName + " " + m.mode );
+   }
+   EXPECT_EQ( stateMounts,
+              ( std::vector<std::string>{
+                  "hardware/capacity/status/nat-ifp-Corvane OroCapacity::TableCapacity w",
+                  "ip/nat/hwCapabilities Ip::Nat::HwCapabilities r",
+                  "hardware/corvane/nat/capability/config CorvaneNat::CapabilityConfig r",
+                  "hardware/corvane/nat/capability/status/Corvane "
+                  "CorvaneNat::CapabilityStatus wc",
+                  "hardware/corvane/nat/counters/tcam/Corvane "
+                  "CorvaneNat::TcamHitCountStatus wc",
+                  "ip/nat/mcastTranslationModeStatus Ip::Nat::McastTranslationMode r",
+                  "hardware/oro/nat/trap/config Oro::NatTrapConfig r" } ) );
+
+   std::vector<std::string>
+       sharedMounts;  // the plug-in's group (upstream mounts directly)
+   for ( auto const& m : platform->agent().sharedMem->mounts() ) {
+      if ( m.group != 0 ) {
+         sharedMounts.push_back( m.path + " " + m.typeName + " " +
+                                 std::to_string( m.description.mountType() ) );
+      }
+   }
+   EXPECT_EQ( sharedMounts,
+              ( std::vector<std::string>{
+                  "corvanenat/ingXactSluiceConfigDir Xact::XactSluiceConfigDir 1",
+                  "corvanenat/hwKeyUidTable CorvaneNat::HwKeyUidTable 2",
+                  "corvanenat/uidHwKeyTable CorvaneNat::UidHwKeyTable 2",
+                  "corvanenat/hwShadow Oro::NatHwShadow 2",
+                  "corvanenat/ingModSetDir CorvaneNat::ModSetDir 2" } ) );
+   ASSERT_EQ( mounter->rootSm()->natWorkerSms(), 2u );
+   ASSERT_TRUE( worker( 1 ) && worker( 3 ) );
+   EXPECT_TRUE( worker( 1 )->initialized() );
+   EXPECT_TRUE( worker( 3 )->initialized() );
+   EXPECT_EQ( worker( 3 )->unit(), 3 );
+   auto status = platform->agent().sharedMem->getEntity<Xact::XactSluiceStatusDir>(
+       "corvanenat/ingXactSluiceStatusDir/3" );
+   EXPECT_TRUE( status ) << "the module's status table is mounted";
+}
+
+TEST_F( NatLifecycle, WithoutNatSupportNothingIsMountedAndNoWorkerExists ) {
+   chip.natSupported = false;
+   start();
+   EXPECT_FALSE( mounter->rootSm() );
+   for ( auto const& m : platform->agent().sharedMem->mounts() ) {
+      EXPECT_EQ( m.path.rfind( "corvanenat/", 0 ), 0u );  // upstream's own mounts only
+   }
+   platform->moduleIs( 2, 2 );
+   loop().runUntilIdle();
+   EXPECT_FALSE( mounter->rootSm() );
+}
+
+TEST_F( NatLifecycle, EitherOrderOfFlashDownloadAndMountGroupInitializesOnce ) {
+   for ( bool flashFirst : { true, false } ) {
+      chip.flashDownloadDone = false;
+      chip.mountGroupReady = false;
+      start();
+      ASSERT_TRUE( worker() );
+      EXPECT_FALSE( worker()->initialized() );
+      std::function<void()> flash = [&] {
+         platform->commonData().flashDownloadWaitIs(
+             Corvane::tcamFlashDownloadReqL3Status, true );
+      };
+      std::function<void()> ready = [&] {
+         platform->agent().sharedMem->connectedIs( true );
+      };
+      // Another kind of flash request completing changes nothing.
+      platform->commonData().flashDownloadWaitIs( Corvane::tcamFlashDownloadReqAcl,
+                                                  true );
+      ( flashFirst ? flash : ready )();
+      loop().runUntilIdle();
+      EXPECT_FALSE( worker()->initialized() );
+      ( flashFirst ? ready : flash )();
+      loop().runUntilIdle();
+      EXPECT_TRUE( worker()->initialized() ) << "flash first: " << flashFirst;
+      EXPECT_TRUE( worker()->entryIdTable() );
+
+      // Initialized once: transactions are served from then on.
+      rule( 1, NatTest::natKey( 1, NatTest::ipPort( "10.0.0.1" ),
+                                NatTest::ipPort( "1.1.1.1" ) ) );
+      EXPECT_EQ( answers.size(), 1u );
+      TearDown();
+      answers.clear();
+   }
+}
+
+TEST_F( NatLifecycle, LosingReadinessDeletesWorkersAndRegainingItInitializesTheRest ) {
+   chip.modules = { { 1, 1 }, { 2, 2 } };
+   start();
+   ASSERT_EQ( mounter->rootSm()->natWorkerSms(), 2u );
+   platform->agent().sharedMem->connectedIs( false );
+   loop().runUntilIdle();
+   EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 0u );
+
+   platform->agent().sharedMem->connectedIs( true );
+   loop().runUntilIdle();
+   EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 0u ) << "no worker is recreated";
+
+   // A module whose map entry changes gets a worker again, initialized at once.
+   platform->moduleIs( 2, 2 );
+   loop().runUntilIdle();
+   ASSERT_EQ( mounter->rootSm()->natWorkerSms(), 1u );
+   EXPECT_TRUE( worker( 2 )->initialized() );
+
+   platform->moduleDel( 2 );
+   loop().runUntilIdle();
+   EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 0u );
+}
+
+TEST_F( NatLifecycle, AModuleReportedTwiceKeepsItsWorker ) {
+   start();
+   Corvane::NatWorkerSm* first = worker( 1 );
+   platform->moduleIs( 1, 1 );
+   loop().runUntilIdle();
+   EXPECT_EQ( worker( 1 ), first );
+   EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 1u );
+}
+
+}  // namespace
