@@ -25,24 +25,95 @@ void heading( std::ostringstream& out, std::string const& title, std::size_t cou
    out << "\n" << title << " (" << count << ")\n";
 }
 
-void answers( std::ostringstream& out, Json const& result ) {
-   Json const& rows = result.at( "answers" );
-   heading( out, "Transaction answers", rows.size() );
-   if ( rows.empty() ) {
-      return;
+// One line per step: its kind, its answers, the entries it took and gave back, the log
+// events it raised.
+void steps( std::ostringstream& out, Json const& result ) {
+   Json const& rows = result.at( "steps" );
+   heading( out, "Steps", rows.size() );
+   for ( auto const& step : rows ) {
+      int const index = step.at( "step" ).get<int>();
+      std::string line = "  " + std::to_string( index ) + " " + text( step["kind"] );
+      for ( auto const& a : result.at( "answers" ) ) {
+         if ( a["step"] == index ) {
+            line += "  answer uid " + text( a["uid"] ) + " module " +
+                    text( a["module"] ) + ": " +
+                    ( a["result"] == 2 ? "2 (hardware full)" : text( a["result"] ) );
+         }
+      }
+      std::string taken;
+      std::string released;
+      std::size_t calls = 0;
+      for ( auto const& call : result.at( "journal" ) ) {
+         if ( call["step"] != index ) {
+            continue;
+         }
+         ++calls;
+         if ( call["call"] == "getEntry" ) {
+            taken += " " + ( call["entry"] == 0 ? std::string( "none" )
+                                                : text( call["entry"] ) );
+         } else if ( call["call"] == "releaseEntry" ) {
+            released += " " + text( call["entry"] );
+         }
+      }
+      if ( !taken.empty() ) {
+         line += "  entries taken:" + taken;
+      }
+      if ( !released.empty() ) {
+         line += "  released:" + released;
+      }
+      line += "  (" + std::to_string( calls ) + " calls)";
+      for ( auto const& e : result.at( "events" ) ) {
+         if ( e["step"] == index ) {
+            line += "  %" + text( e["name"] );
+         }
+      }
+      out << line << "\n";
    }
-   out << "  step   module  uid         result  field\n";
-   for ( auto const& r : rows ) {
-      out << "  " << std::left << std::setw( 7 ) << stepText( r ) << std::setw( 8 )
-          << text( r["module"] ) << std::setw( 12 ) << text( r["uid"] ) << std::setw( 8 )
-          << text( r["result"] ) << text( r["field"] ) << "\n";
+}
+
+std::string dotted( U64 value ) {
+   return std::to_string( ( value >> 24 ) & 0xff ) + "." +
+          std::to_string( ( value >> 16 ) & 0xff ) + "." +
+          std::to_string( ( value >> 8 ) & 0xff ) + "." + std::to_string( value & 0xff );
+}
+
+// An address with its mask: "10.0.0.0/8", or "10.0.0.0/255.0.255.0" for a mask that is
+// not a prefix.
+std::string addressText( U64 address, U64 mask ) {
+   unsigned length = 0;
+   while ( length < 32 && ( mask & ( 0x80000000u >> length ) ) ) {
+      ++length;
    }
+   U64 const prefix =
+       length == 0 ? 0 : ( 0xffffffffull << ( 32 - length ) ) & 0xffffffffull;
+   return dotted( address ) + "/" +
+          ( mask == prefix ? std::to_string( length ) : dotted( mask ) );
+}
+
+// A qualifier as people read it: addresses dotted, a full mask left out.
+std::string qualifierText( std::string const& name, Json const& args ) {
+   if ( args.size() == 2 && args[0].is_number() && args[1].is_number() ) {
+      U64 const data = args[0].get<U64>();
+      U64 const mask = args[1].get<U64>();
+      if ( name == "SrcIp" || name == "DstIp" ) {
+         return name + "=" + addressText( data, mask );
+      }
+      bool const full = mask == 0xffffffffull || mask == 0xffff || mask == 0xff ||
+                        ( name == "L3Ingress" && mask == 0x1fff ) || mask == 1;
+      return name + "=" + std::to_string( data ) +
+             ( full ? "" : "/" + std::to_string( mask ) );
+   }
+   std::string s = name + "=";
+   for ( std::size_t i = 0; i < args.size(); ++i ) {
+      s += ( i ? "," : "" ) + text( args[i] );
+   }
+   return s;
 }
 
 std::string qualifiersText( Json const& qualifiers ) {
    std::string s;
    for ( auto const& q : qualifiers.items() ) {
-      s += ( s.empty() ? "" : " " ) + q.key() + q.value().dump();
+      s += ( s.empty() ? "" : " " ) + qualifierText( q.key(), q.value() );
    }
    return s.empty() ? "(none)" : s;
 }
@@ -161,7 +232,7 @@ std::string readableReport( Json const& result ) {
    std::ostringstream out;
    out << "natsim: " << result.at( "journal" ).size()
        << " SDK and entry-manager calls (--json lists them)\n";
-   answers( out, result );
+   steps( out, result );
    chip( out, result );
    capacity( out, result );
    hitCounts( out, result );

@@ -344,6 +344,12 @@ Simulation::Json Simulation::result() const {
    out["show"] = show_;
    out["packets"] = packets_;
    out["problems"] = problems_;
+   Json steps = Json::array();
+   for ( std::size_t i = 0; i < scenario_.steps.size(); ++i ) {
+      steps.push_back(
+          { { "step", i }, { "kind", stepKindName( scenario_.steps[i] ) } } );
+   }
+   out["steps"] = steps;
    return out;
 }
 
