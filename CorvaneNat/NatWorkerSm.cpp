@@ -3,6 +3,7 @@
 
 #include "CorvaneNat/NatWorkerSm.h"
 
+#include "CorvaneNat/NatChipConfig.h"
 #include "CorvaneNat/NatConstants.h"
 #include "CorvaneNat/NatTrace.h"
 
@@ -28,12 +29,17 @@ public:
    void onAttribute( Fwk::AttributeId, Fwk::KeyRef ) override {}
 };
 
-// Holds the multicast translation mode.
+// Applies each new multicast translation mode. Publishers write the types first and
+// the count last, so the count's change announces a complete mode.
 class NatWorkerSm::McastTranslationModeReactor
     : public Fwk::ReactorOn<Ip::Nat::McastTranslationMode const, NatWorkerSm> {
 public:
    using ReactorOn::ReactorOn;
-   void onAttribute( Fwk::AttributeId, Fwk::KeyRef ) override {}
+   void onAttribute( Fwk::AttributeId attr, Fwk::KeyRef ) override {
+      if ( attr == Ip::Nat::McastTranslationMode::attrNumTranslationTypes ) {
+         owner()->updateMcastTranslationModeStatus();
+      }
+   }
 };
 
 // Holds the trap configuration.
@@ -161,8 +167,24 @@ void NatWorkerSm::handleInitialized() {
       WorkerSm::handleInitialized();
       return;
    }
+   doConfigureHardwareFields( modId(), mcastTranslationModeStatus() );
    entryIdTableIs();
    WorkerSm::handleInitialized();
+}
+
+void NatWorkerSm::updateMcastTranslationModeStatus() {
+   Ip::Nat::McastTranslationMode const* mode = mcastTranslationModeStatus();
+   U32 const count = mode ? mode->numTranslationTypes() : 0;
+   NAT_TRACE( 8, "updateMcastTranslationModeStatus", " numTranslationTypes: " << count );
+   if ( !initialized() ) {
+      NAT_TRACE( 8, "updateMcastTranslationModeStatus",
+                 "not initialized. Skipping the update." );
+      return;
+   }
+   if ( count != 3 && count != 0 ) {
+      return;
+   }
+   doConfigureHardwareFields( unit(), mode );
 }
 
 void NatWorkerSm::hasNotificationActiveIs( bool active ) {

@@ -98,6 +98,8 @@ public:
    void handleFlashDownloadWait();
    void handleFlashDownloadWait( TcamFlashDownloadReq req );
    void handleInitialized() override;
+   // Applies a new multicast translation mode to the chip (once initialized).
+   void updateMcastTranslationModeStatus();
    void hasNotificationActiveIs( bool active ) override;
 
    // Transactions and programming.
