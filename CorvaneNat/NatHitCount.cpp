@@ -26,12 +26,53 @@ CorvaneNat::TcamHitCountKey tcamHitCountKeyFromHwKey( Oro::NatHwKey const& hwKey
    key.dstAddrIs( dst.ip() );
    key.dstPortIs( dst.port() );
    key.protocolIs( hwKey.dynProto() );
-   NAT_TRACE( 8, "tcamHitCountKeyFromHwKey",
+   NAT_TRACE( 9, "tcamHitCountKeyFromHwKey",
               "hitCountKey srcAddr: " << key.srcAddr().stringValue()
                                       << " dstAddr: " << key.dstAddr().stringValue()
                                       << " proto: " << unsigned( key.protocol() )
                                       << " keyType: " << unsigned( key.keyType() ) );
    return key;
+}
+
+}  // namespace Corvane
+
+namespace Corvane {
+
+void NatWorkerSm::updateTcamHitCountStatus() {
+   NAT_TRACE( 9, "updateTcamHitCountStatus", "" );
+   Quay::Task const* task = tcamCountersPollingTask();
+   if ( !task ) {
+      task = Quay::Task::currentTask();
+   }
+   if ( !task || !task->taskCurrentlyRunning() ) {
+      NAT_TRACE( 9, "updateTcamHitCountStatus", "Task not running" );
+      return;
+   }
+   CorvaneTcamEntryManager* entryManager = natEntryManager();
+   for ( EntryIdTableEntry const& row : *entryIdTable() ) {
+      Oro::NatHwKey const& key = row.key();
+      NAT_TRACE( 9, "updateTcamHitCountStatus",
+                 "Iterating over key: " << key.stringValue() );
+      if ( !key.isDynamicNat() ) {
+         continue;
+      }
+      CorvaneNat::TcamHitCountKey const hitCountKey = tcamHitCountKeyFromHwKey( key );
+      U64 totalHits = 0;
+      for ( auto const& vlanEntry : row.defaultEntryIds() ) {
+         NAT_TRACE( 9, "updateTcamHitCountStatus",
+                    "vlanId: " << vlanEntry.vlanId << "entryId: " << vlanEntry.entryId );
+         U64 const entryHits = entryManager->hitsForEntry( unit(), vlanEntry.entryId );
+         NAT_TRACE( 9, "updateTcamHitCountStatus", "entryHits: " << entryHits );
+         totalHits += entryHits;
+      }
+      NAT_TRACE( 9, "updateTcamHitCountStatus", "totalHits: " << totalHits );
+      if ( tcamHitCountStatus() ) {
+         tcamHitCountStatus()->entryIs( hitCountKey, totalHits );
+      }
+   }
+   if ( Quay::TimerTask* polling = tcamCountersPollingTask() ) {
+      polling->scheduleTaskDelay( tcamCountersPollingInterval() );
+   }
 }
 
 }  // namespace Corvane

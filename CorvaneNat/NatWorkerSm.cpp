@@ -6,6 +6,7 @@
 #include "CorvaneNat/NatChipConfig.h"
 #include "CorvaneNat/NatConstants.h"
 #include "CorvaneNat/NatTrace.h"
+#include "platform/nat/NatChipAttr.h"
 
 namespace Corvane {
 
@@ -48,6 +49,18 @@ class NatWorkerSm::TrapConfigReactor
 public:
    using ReactorOn::ReactorOn;
    void onAttribute( Fwk::AttributeId, Fwk::KeyRef ) override {}
+};
+
+// Runs a hit-counter polling cycle at every run of the polling task.
+class NatWorkerSm::PollingTaskReactor
+    : public Fwk::ReactorOn<Quay::TimerTask, NatWorkerSm> {
+public:
+   using ReactorOn::ReactorOn;
+   void onAttribute( Fwk::AttributeId attr, Fwk::KeyRef ) override {
+      if ( attr == Quay::Task::run ) {
+         owner()->updateTcamHitCountStatus();
+      }
+   }
 };
 
 namespace {
@@ -103,7 +116,9 @@ NatWorkerSm::~NatWorkerSm() {
    mcastTranslationModeStatus_.reset();
    trapConfig_.reset();
    reactorsDel();
+   tcamCountersPollingTaskDel();
    entryIdTableDel();
+   capacitySmDel();
 }
 
 CorvaneCommonSmData const* NatWorkerSm::commonSmData() const {
@@ -124,6 +139,38 @@ Oro::NatTrapConfig const* NatWorkerSm::trapConfig() const {
 
 CorvaneTcamEntryManager* NatWorkerSm::natEntryManager() const {
    return tcamGroupManager_->unboundedEntryManager( natTcamGroupAssignment ).ptr();
+}
+
+Quay::TimerTask* NatWorkerSm::tcamCountersPollingTask() const {
+   return tcamCountersPollingTask_ ? tcamCountersPollingTask_->notifier() : nullptr;
+}
+
+void NatWorkerSm::tcamCountersPollingTaskIs( Quay::TimerTask::Ptr const& task ) {
+   tcamCountersPollingTask_ = std::make_unique<PollingTaskReactor>( task, this );
+   tcamCountersPollingTask_->hasNotificationActiveIs( true );
+}
+
+void NatWorkerSm::tcamCountersPollingTaskDel() {
+   if ( tcamCountersPollingTask_ ) {
+      tcamCountersPollingTask_->notifier()->cancel();
+   }
+   tcamCountersPollingTask_.reset();
+}
+
+void NatWorkerSm::capacitySmIs( OroCapacity::TableCapacity::Ptr const& tableCapacity,
+                                Fwk::Clock::Ptr const& clock,
+                                CorvaneCommonSmData::PtrConst const& commonSmData,
+                                EntryIdTable::PtrConst const& entryIdTable,
+                                CorvaneTcamEntryManager::Ptr const& entryManager ) {
+   capacitySm_ =
+       NatCapacitySmIs( tableCapacity, clock, commonSmData, entryIdTable, entryManager );
+}
+
+void NatWorkerSm::capacitySmDel() {
+   if ( capacitySm_ ) {
+      capacitySm_->hasNotificationActiveIs( false );
+   }
+   capacitySm_ = nullptr;
 }
 
 EntryIdTable::Ptr NatWorkerSm::entryIdTableIs() {
@@ -169,6 +216,18 @@ void NatWorkerSm::handleInitialized() {
    }
    doConfigureHardwareFields( modId(), mcastTranslationModeStatus() );
    entryIdTableIs();
+   CorvaneTcamEntryManager::Ptr entryManager =
+       tcamGroupManager()->unboundedEntryManager( natTcamGroupAssignment );
+   capacitySmIs( tableCapacity_, Fwk::activityManager().clockPtr(), commonSmData(),
+                 entryIdTable_, entryManager );
+   if ( CorvaneNat::getNatChipAttr().natTcamHitCountSupported ) {
+      schedulerIs( Quay::TaskSchedulerRoot::findOrCreateScheduler() );
+      Quay::TimerTask::Ptr task =
+          Quay::TimerTask::TimerTaskIs( scheduler_, "tcamCountersNat", 3 );
+      task->enabledIs( true );
+      tcamCountersPollingTaskIs( task );
+      task->scheduleTaskDelay( tcamCountersPollingInterval() );
+   }
    WorkerSm::handleInitialized();
 }
 
@@ -201,6 +260,9 @@ void NatWorkerSm::hasNotificationActiveIs( bool active ) {
       if ( reactor ) {
          reactor->hasNotificationActiveIs( active );
       }
+   }
+   if ( capacitySm_ ) {
+      capacitySm_->hasNotificationActiveIs( active );
    }
 }
 

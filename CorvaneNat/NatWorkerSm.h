@@ -22,7 +22,9 @@
 #include <string>
 
 #include "CorvaneNat/EntryIdTable.h"
+#include "CorvaneNat/NatCapacitySm.h"
 #include "platform/agent/TableCapacity.h"
+#include "platform/fwk/Quay.h"
 #include "platform/mount/VekSharedMemEntityManager.h"
 #include "platform/nat/CorvaneCommonSmData.h"
 #include "platform/nat/McastTranslationMode.h"
@@ -89,6 +91,15 @@ public:
       tcamCountersPollingInterval_ = interval;
    }
 
+   NatCapacitySm* capacitySm() const { return capacitySm_.ptr(); }
+   // Creates the capacity state machine (notifications on) and keeps it.
+   void capacitySmIs( OroCapacity::TableCapacity::Ptr const& tableCapacity,
+                      Fwk::Clock::Ptr const& clock,
+                      CorvaneCommonSmData::PtrConst const& commonSmData,
+                      EntryIdTable::PtrConst const& entryIdTable,
+                      CorvaneTcamEntryManager::Ptr const& entryManager );
+   void capacitySmDel();
+
    // The worker's entry-id table, created empty on first call.
    EntryIdTable::Ptr entryIdTableIs();
    void entryIdTableDel() { entryIdTable_ = nullptr; }
@@ -122,6 +133,28 @@ public:
    // The entry manager of the NAT group.
    CorvaneTcamEntryManager* natEntryManager() const;
 
+   // Hardware verification (NatVerify.cpp): read-back checks of one entry's qualifiers,
+   // and the check of the whole worker. A broken expectation stops the process.
+   void doVerifySrcIp( U32 entryId, Wirel::IpAddrWithFullMask const& ipAddr );
+   void doVerifyDstIp( U32 entryId, Wirel::IpAddrWithFullMask const& ipAddr );
+   void doVerifySrcL4Port( U32 entryId, U16 l4Port );
+   void doVerifyDstL4Port( U32 entryId, U16 l4Port );
+   void doVerifyIpProtocol( U32 entryId, U8 protocol );
+   void doVerifyL3Ingress( U32 entryId, U16 vlanId );
+   void doVerify();
+
+   // TCAM hit counters (NatHitCount.cpp): one polling cycle, and the polling task.
+   void updateTcamHitCountStatus();
+   Quay::TimerTask* tcamCountersPollingTask() const;
+   // Stores the polling task and creates (or replaces) the reactor that runs a cycle at
+   // every run of the task.
+   void tcamCountersPollingTaskIs( Quay::TimerTask::Ptr const& task );
+   void tcamCountersPollingTaskDel();
+   Quay::TaskScheduler* scheduler() const { return scheduler_.ptr(); }
+   void schedulerIs( Quay::TaskScheduler::Ptr const& scheduler ) {
+      scheduler_ = scheduler;
+   }
+
 private:
    class ScsdReactor;
    class MountGroupReactor;
@@ -151,10 +184,14 @@ private:
    std::unique_ptr<TrapConfigReactor> trapConfig_;
    CorvaneNat::TcamHitCountStatus::Ptr tcamHitCountStatus_;
    EntryIdTable::Ptr entryIdTable_;
+   NatCapacitySm::Ptr capacitySm_;
    bool hitlessInitPhase_ = false;
    bool tcamFlashDownloadReqL3StatusComplete_ = false;
    Fwk::Seconds tcamCountersPollingInterval_ = 10.0;
    bool notificationActive_ = false;
+   Quay::TaskScheduler::Ptr scheduler_;
+   class PollingTaskReactor;
+   std::unique_ptr<PollingTaskReactor> tcamCountersPollingTask_;
 };
 
 // Creates a worker (the sixteen values of the constructor, in its order).
