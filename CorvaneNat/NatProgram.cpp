@@ -187,39 +187,16 @@ void NatWorkerSm::doProgramSourceEntry( U32 entryId, bool reinstall, bool fragEn
              sdk.bcm_field_qualify_L4DstPort( unit(), entryId,
                                               hwKey.dstIpAndPortOld().port(), -1 ) );
       }
+      // Forwarding: the source side cancels copy-to-CPU only when it forwards.
       U64 const nextHop = shadowData.nextHopId();
-      bool const noNextHop = nextHop == 0 || allOnes( nextHop );
-      if ( !noNextHop ) {
+      if ( ( nextHop != 0 && !allOnes( nextHop ) ) || shadowData0.multicast() ) {
          CORVANE_SDK_CALL(
              "bcm_field_action_add( unit(), entryId, "
              "bcmFieldActionCopyToCpuCancel, 0, 0 )",
              sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionCopyToCpuCancel,
                                        0, 0 ) );
-         CORVANE_SDK_CALL(
-             "bcm_field_action_add( unit(), entryId, bcmFieldActionDropCancel, 0, 0 )",
-             sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionDropCancel, 0,
-                                       0 ) );
-         U32 const nextHopId = nextHopIdOf( nextHop, shadowData0.nextHopId() );
-         CORVANE_SDK_CALL(
-             "bcm_field_action_add( unit(), entryId, bcmFieldActionL3Switch, "
-             "nextHopId, 0 )",
-             sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionL3Switch,
-                                       nextHopId, 0 ) );
-      } else if ( shadowData0.multicast() ) {
-         CORVANE_SDK_CALL(
-             "bcm_field_action_add( unit(), entryId, "
-             "bcmFieldActionCopyToCpuCancel, 0, 0 )",
-             sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionCopyToCpuCancel,
-                                       0, 0 ) );
-         CORVANE_SDK_CALL(
-             "bcm_field_action_add( unit(), entryId, bcmFieldActionDropCancel, 0, 0 )",
-             sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionDropCancel, 0,
-                                       0 ) );
-      } else if ( nextHop == 0 ) {
-         CORVANE_SDK_CALL(
-             "bcm_field_action_add( unit(), entryId, bcmFieldActionDrop, 0, 0 )",
-             sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionDrop, 0, 0 ) );
       }
+      doAddForwardingActions( entryId, shadowData, shadowData0 );
       // The source-side twice key looks at the new destination port.
       extractionCtrlId = !fragEntry && hwKey.dstIpAndPortNew().port()
                              ? extractionCtrlTwiceSrcNapt
@@ -252,34 +229,8 @@ void NatWorkerSm::doProgramSourceEntry( U32 entryId, bool reinstall, bool fragEn
           "bcm_field_qualify_IpFrag( unit(), entryId, bcmFieldIpFragNotFirst )",
           sdk.bcm_field_qualify_IpFrag( unit(), entryId, sdk.bcmFieldIpFragNotFirst ) );
    }
-   if ( shadowData.protocol() ) {
-      CORVANE_SDK_CALL(
-          "bcm_field_qualify_IpProtocol( unit(), entryId, "
-          "shadowData.protocol(), TCAM_FIELD_IPPROTO_MASK )",
-          sdk.bcm_field_qualify_IpProtocol( unit(), entryId, shadowData.protocol(),
-                                            TCAM_FIELD_IPPROTO_MASK ) );
-   }
-   if ( shadowData0.multicast() ) {
-      if ( shadowData0.mcastGroupId() ) {
-         CORVANE_SDK_CALL(
-             "bcm_field_action_add( unit(), entryId, "
-             "bcmFieldActionRedirectIpmc, shadowData0.mcastGroupId(), 0 )",
-             sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionRedirectIpmc,
-                                       shadowData0.mcastGroupId(), 0 ) );
-      }
-      extractionCtrlId = extractionCtrlMulticast;
-   }
-   CORVANE_SDK_CALL(
-       "bcm_field_action_add( unit(), entryId, "
-       "bcmFieldActionAssignExtractionCtrlId, extractionCtrlId, 0x1f )",
-       sdk.bcm_field_action_add( unit(), entryId,
-                                 sdk.bcmFieldActionAssignExtractionCtrlId,
-                                 extractionCtrlId, extractionCtrlIdMask ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_action_add( unit(), entryId, "
-       "bcmFieldActionAssignOpaqueObject1, opaqueId, 0 )",
-       sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionAssignOpaqueObject1,
-                                 opaqueId, 0 ) );
+   doQualifyIpProtocol( entryId, shadowData );
+   doAddTranslationActions( entryId, shadowData0, extractionCtrlId, opaqueId );
    doInstall( entryId, reinstall );
 }
 
@@ -358,6 +309,22 @@ void NatWorkerSm::doProgramDestinationEntry( U32 entryId, bool reinstall, bool f
           sdk.bcm_field_qualify_L4DstPort( unit(), entryId,
                                            hwKey.dstIpAndPortOld().port(), -1 ) );
    }
+   doQualifyIpProtocol( entryId, shadowData );
+   if ( reinstall ) {
+      CORVANE_SDK_CALL( "bcm_field_action_remove_all( unit(), entryId )",
+                        sdk.bcm_field_action_remove_all( unit(), entryId ) );
+   }
+   doAddTranslationActions( entryId, shadowData0, extractionCtrlId, opaqueId );
+   CORVANE_SDK_CALL(
+       "bcm_field_action_add( unit(), entryId, bcmFieldActionCopyToCpuCancel, 0, 0 )",
+       sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionCopyToCpuCancel, 0,
+                                 0 ) );
+   doAddForwardingActions( entryId, shadowData, shadowData0 );
+   doInstall( entryId, reinstall );
+}
+
+void NatWorkerSm::doQualifyIpProtocol( U32 entryId, Oro::NatHwData const& shadowData ) {
+   Shim::Sdk& sdk = *Shim::sdk_;
    if ( shadowData.protocol() ) {
       CORVANE_SDK_CALL(
           "bcm_field_qualify_IpProtocol( unit(), entryId, "
@@ -365,35 +332,14 @@ void NatWorkerSm::doProgramDestinationEntry( U32 entryId, bool reinstall, bool f
           sdk.bcm_field_qualify_IpProtocol( unit(), entryId, shadowData.protocol(),
                                             TCAM_FIELD_IPPROTO_MASK ) );
    }
-   if ( reinstall ) {
-      CORVANE_SDK_CALL( "bcm_field_action_remove_all( unit(), entryId )",
-                        sdk.bcm_field_action_remove_all( unit(), entryId ) );
-   }
-   if ( shadowData0.multicast() ) {
-      if ( shadowData0.mcastGroupId() ) {
-         CORVANE_SDK_CALL(
-             "bcm_field_action_add( unit(), entryId, "
-             "bcmFieldActionRedirectIpmc, shadowData0.mcastGroupId(), 0 )",
-             sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionRedirectIpmc,
-                                       shadowData0.mcastGroupId(), 0 ) );
-      }
-      extractionCtrlId = extractionCtrlMulticast;
-   }
-   CORVANE_SDK_CALL(
-       "bcm_field_action_add( unit(), entryId, "
-       "bcmFieldActionAssignExtractionCtrlId, extractionCtrlId, 0x1f )",
-       sdk.bcm_field_action_add( unit(), entryId,
-                                 sdk.bcmFieldActionAssignExtractionCtrlId,
-                                 extractionCtrlId, extractionCtrlIdMask ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_action_add( unit(), entryId, "
-       "bcmFieldActionAssignOpaqueObject1, opaqueId, 0 )",
-       sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionAssignOpaqueObject1,
-                                 opaqueId, 0 ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_action_add( unit(), entryId, bcmFieldActionCopyToCpuCancel, 0, 0 )",
-       sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionCopyToCpuCancel, 0,
-                                 0 ) );
+}
+
+// Forwarding by the next hop of `shadowData` (the index from `shadowData0`): a next hop
+// is switched to; multicast without one only cancels a drop; no next hop drops unicast;
+// an all-ones next hop leaves unicast alone.
+void NatWorkerSm::doAddForwardingActions( U32 entryId, Oro::NatHwData const& shadowData,
+                                          Oro::NatHwData const& shadowData0 ) {
+   Shim::Sdk& sdk = *Shim::sdk_;
    U64 const nextHop = shadowData.nextHopId();
    if ( nextHop != 0 && !allOnes( nextHop ) ) {
       CORVANE_SDK_CALL(
@@ -415,7 +361,34 @@ void NatWorkerSm::doProgramDestinationEntry( U32 entryId, bool reinstall, bool f
           "bcm_field_action_add( unit(), entryId, bcmFieldActionDrop, 0, 0 )",
           sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionDrop, 0, 0 ) );
    }
-   doInstall( entryId, reinstall );
+}
+
+// The multicast redirect (with extraction control id 24 for multicast), the extraction
+// control id and the opaque id.
+void NatWorkerSm::doAddTranslationActions( U32 entryId, Oro::NatHwData const& shadowData0,
+                                           U32 extractionCtrlId, U32 opaqueId ) {
+   Shim::Sdk& sdk = *Shim::sdk_;
+   if ( shadowData0.multicast() ) {
+      if ( shadowData0.mcastGroupId() ) {
+         CORVANE_SDK_CALL(
+             "bcm_field_action_add( unit(), entryId, "
+             "bcmFieldActionRedirectIpmc, shadowData0.mcastGroupId(), 0 )",
+             sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionRedirectIpmc,
+                                       shadowData0.mcastGroupId(), 0 ) );
+      }
+      extractionCtrlId = extractionCtrlMulticast;
+   }
+   CORVANE_SDK_CALL(
+       "bcm_field_action_add( unit(), entryId, "
+       "bcmFieldActionAssignExtractionCtrlId, extractionCtrlId, 0x1f )",
+       sdk.bcm_field_action_add( unit(), entryId,
+                                 sdk.bcmFieldActionAssignExtractionCtrlId,
+                                 extractionCtrlId, extractionCtrlIdMask ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_action_add( unit(), entryId, "
+       "bcmFieldActionAssignOpaqueObject1, opaqueId, 0 )",
+       sdk.bcm_field_action_add( unit(), entryId, sdk.bcmFieldActionAssignOpaqueObject1,
+                                 opaqueId, 0 ) );
 }
 
 void NatWorkerSm::doInstall( U32 entryId, bool reinstall ) {

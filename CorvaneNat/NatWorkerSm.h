@@ -171,6 +171,11 @@ private:
                                    Oro::NatHwData const& shadowData,
                                    Oro::NatHwData const& shadowData0, U16 vlanId,
                                    U32 opaqueId );
+   void doQualifyIpProtocol( U32 entryId, Oro::NatHwData const& shadowData );
+   void doAddForwardingActions( U32 entryId, Oro::NatHwData const& shadowData,
+                                Oro::NatHwData const& shadowData0 );
+   void doAddTranslationActions( U32 entryId, Oro::NatHwData const& shadowData0,
+                                 U32 extractionCtrlId, U32 opaqueId );
    void doInstall( U32 entryId, bool reinstall );
    U32 opaqueIdOf( Oro::NatHwKey const& hwKey, Oro::NatHwData const& data ) const;
    void answer( CorvaneNat::Uid uid, U32 result, U32 field );
