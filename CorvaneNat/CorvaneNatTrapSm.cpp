@@ -1,0 +1,648 @@
+// The NAT trap filters: which entries an ACL needs, in which order, how each is built,
+// and the bookkeeping that gives them back.
+
+#include "CorvaneNat/CorvaneNatTrapSm.h"
+
+#include <algorithm>
+#include <ostream>
+
+#include "CorvaneNat/NatConstants.h"
+#include "CorvaneNat/NatTrace.h"
+#include "CorvaneNat/SdkCall.h"
+#include "platform/chip/Sdk.h"
+#include "platform/fwk/Assert.h"
+#include "platform/fwk/LogEvent.h"
+
+namespace CorvaneNat {
+
+namespace {
+
+// Rule entries sit above the implicit-deny entry, which only catches what no rule
+// matched.
+constexpr S32 trapEntryPriority = 1;
+constexpr S32 implicitDenyPriority = 0;
+
+char const* hitWord( bool emHit ) {
+   return emHit ? "  EM_HIT" : " !EM_HIT";
+}
+
+// " src=10.0.0.0/8": the address and the number of leading ones of its mask.
+std::string addressText( char const* label, Wirel::IpAddrWithFullMask const& addr ) {
+   return label + addr.address().stringValue() + "/" +
+          std::to_string( addr.prefixLength() );
+}
+
+std::string addressesText( Oro::NatTrapRule const& rule ) {
+   bool const srcZero = rule.srcIp().address().isZero();
+   bool const dstZero = rule.dstIp().address().isZero();
+   if ( srcZero && dstZero ) {
+      return " any";
+   }
+   std::string text;
+   if ( !srcZero ) {
+      text += addressText( " src=", rule.srcIp() );
+   }
+   if ( !dstZero ) {
+      text += addressText( " dst=", rule.dstIp() );
+   }
+   return text;
+}
+
+char const* tcpControlWord( TcpControl tcpControl ) {
+   if ( tcpControl == TcpControl::SYN ) {
+      return " SYN";
+   }
+   if ( tcpControl == TcpControl::FIN ) {
+      return " FIN";
+   }
+   if ( tcpControl == TcpControl::RST ) {
+      return " RST";
+   }
+   return "";
+}
+
+char const* outcomeText( Oro::NatTrapRule const& rule, bool emHit,
+                         TcpControl tcpControl ) {
+   if ( !emHit ) {
+      return rule.permit() ? " IP => CPU" : " => SkipNat";
+   }
+   if ( tcpControl != TcpControl::none ) {
+      return " => CPU";
+   }
+   return rule.permit() ? " IP => Nat" : " => SkipNat";
+}
+
+// The description of a trap or TCP control entry.
+std::string tcamEntryDescription( Oro::NatTrapRule const& rule, bool emHit,
+                                  TcpControl tcpControl ) {
+   std::string text = "NAT acl: ";
+   text += hitWord( emHit );
+   text += addressesText( rule );
+   if ( !rule.permit() ) {
+      text += " deny";
+   }
+   if ( rule.pool() ) {
+      text += " pool:";
+   }
+   text += tcpControlWord( tcpControl );
+   text += outcomeText( rule, emHit, tcpControl );
+   return text;
+}
+
+// The description of a NAT pool entry.
+std::string reverseEntryDescription( Oro::NatTrapRule const& rule, bool emHit,
+                                     bool tcpCheck, bool tcpControl ) {
+   std::string text = "NAT pool:";
+   text += hitWord( emHit );
+   text += addressText( " dst=", rule.dstIp() );
+   if ( !emHit ) {
+      text += " IP => CPU";
+   } else if ( !tcpCheck ) {
+      text += " IP => Skip CPU";
+   } else if ( tcpControl ) {
+      text += " TCP_CTRL => CPU";
+   } else {
+      text += " TCP_DATA => Skip CPU";
+   }
+   return text;
+}
+
+}  // namespace
+
+// --- TcpControl ---
+
+std::string TcpControl::stringValue() const {
+   switch ( value_ ) {
+      case none:
+         return "none";
+      case FIN:
+         return "FIN";
+      case SYN:
+         return "SYN";
+      case RST:
+         return "RST";
+      default:
+         return std::to_string( value_ );
+   }
+}
+
+bool TcpControl::fromString( std::string const& text, TcpControl& out ) {
+   for ( Flag flag : { none, FIN, SYN, RST } ) {
+      if ( text == TcpControl( flag ).stringValue() ) {
+         out = TcpControl( flag );
+         return true;
+      }
+   }
+   bool const digits = !text.empty() && text.size() <= 10 &&
+                       std::all_of( text.begin(), text.end(),
+                                    []( char c ) { return c >= '0' && c <= '9'; } );
+   if ( !digits ) {
+      return false;
+   }
+   unsigned long long const number = std::stoull( text );
+   if ( number > 0xffffffffull ) {
+      return false;
+   }
+   out = TcpControl( U32( number ) );
+   return true;
+}
+
+std::ostream& operator<<( std::ostream& os, TcpControl tcpControl ) {
+   return os << tcpControl.stringValue();
+}
+
+// --- TcamEntry ---
+
+TrapSm::TcamEntry::TcamEntry( char const*, char const* ) {
+   FWK_ASSERT( !"No String constructor for TcamEntry - has collection" );
+}
+
+TrapSm::TcamEntry TrapSm::TcamEntry::fromStrep( std::string const& text ) {
+   return TcamEntry( text.data(), text.data() + text.size() );
+}
+
+bool TrapSm::TcamEntry::operator==( TcamEntry const& other ) const {
+   return key_ == other.key_ && entryId_.size() == other.entryId_.size() &&
+          std::equal( entryId_.begin(), entryId_.end(), other.entryId_.begin() );
+}
+
+std::string valueToStrep( TrapSm::TcamEntry const& entry ) {
+   return "Value('CorvaneNat::TrapSm::TcamEntry', ** {'key': " +
+          entry.key().stringValue() + ", 'entryId': None})";
+}
+
+std::ostream& operator<<( std::ostream& os, TrapSm::TcamEntry const& entry ) {
+   return os << valueToStrep( entry );
+}
+
+// --- TrapSm: lifecycle ---
+
+// Reconciles the ACL of each changed key of `trapAcl`.
+class TrapSm::TrapConfigReactor
+    : public Fwk::ReactorOn<Oro::NatTrapConfig const, TrapSm> {
+public:
+   using ReactorOn::ReactorOn;
+   void onAttribute( Fwk::AttributeId attr, Fwk::KeyRef key ) override {
+      if ( attr == Oro::NatTrapConfig::attrTrapAcl && !key.isNull() &&
+           key.is<Oro::NatTrapKey>() ) {
+         owner()->handleTrapRequest( key.as<Oro::NatTrapKey>() );
+      }
+   }
+};
+
+TrapSm::TrapSm( CorvaneCentral::ModId modId,
+                Oro::NatTrapConfig::PtrConst const& trapConfig,
+                Corvane::CorvaneTcamGroupManager::Ptr const& groupManager )
+    : Entity( "trapSm" ), modId_( modId ), tcamGroupManager_( groupManager ) {
+   if ( trapConfig ) {
+      trapConfig_ = std::make_unique<TrapConfigReactor>( trapConfig, this );
+      trapConfig_->hasNotificationActiveIs( true );
+   }
+   handleTrapRequest();
+   handleInitialized();
+}
+
+TrapSm::~TrapSm() {
+   // The hardware entries stay: they belong to the entry manager.
+   trapConfigDel();
+   tcamEntryDelAll();
+   tcamGroupManager_ = nullptr;
+}
+
+Oro::NatTrapConfig const* TrapSm::trapConfig() const {
+   return trapConfig_ ? trapConfig_->notifier() : nullptr;
+}
+
+void TrapSm::trapConfigDel() {
+   if ( trapConfig_ ) {
+      trapConfig_->hasNotificationActiveIs( false );
+      trapConfig_.reset();
+   }
+}
+
+void TrapSm::hasNotificationActiveIs( bool active ) {
+   if ( trapConfig_ ) {
+      trapConfig_->hasNotificationActiveIs( active );
+   }
+}
+
+void TrapSm::handleInitialized() {
+   if ( !initialized() ) {
+      initializedIs( true );
+   }
+}
+
+Corvane::CorvaneTcamEntryManager* TrapSm::entryManager() const {
+   return tcamGroupManager_->unboundedEntryManager( Corvane::natTcamGroupAssignment )
+       .ptr();
+}
+
+// --- TrapSm: the table ---
+
+TrapSm::TcamEntry TrapSm::tcamEntry( Oro::NatTrapKey const& key ) const {
+   auto found = tcamEntry_.find( key );
+   return found == tcamEntry_.end() ? TcamEntry() : found->second;
+}
+
+bool TrapSm::tcamEntryHas( Oro::NatTrapKey const& key ) const {
+   return tcamEntry_.find( key ) != tcamEntry_.end();
+}
+
+void TrapSm::tcamEntryIs( TcamEntry const& entry ) {
+   tcamEntry_.insert_or_assign( entry.key(), entry );
+}
+
+TrapSm::TcamEntry TrapSm::tcamEntryDel( Oro::NatTrapKey const& key ) {
+   auto found = tcamEntry_.find( key );
+   if ( found == tcamEntry_.end() ) {
+      return TcamEntry();
+   }
+   TcamEntry removed = std::move( found->second );
+   tcamEntry_.erase( found );
+   return removed;
+}
+
+void TrapSm::trackEntryId( Oro::NatTrapKey const& key, U32 entryId ) {
+   TcamEntry entry = tcamEntry( key );
+   entry.entryIdIs( entryId );
+   tcamEntryIs( entry );
+}
+
+// --- TrapSm: reconciling ACLs ---
+
+void TrapSm::handleTrapRequest() {
+   if ( !trapConfig() ) {
+      return;
+   }
+   for ( auto const& acl : trapConfig()->trapAcl() ) {
+      handleTrapRequest( acl.first );
+   }
+}
+
+void TrapSm::handleTrapRequest( Oro::NatTrapKey const& key ) {
+   NAT_TRACE( 8, "handleTrapRequest", "" );
+   Oro::NatTrapConfig const* config = trapConfig();
+   bool const noAcl = !config || config->trapAcls() == 0;
+   if ( noAcl && implicitDenyEntryId() != 0 ) {
+      releaseImplicitDenyEntry();
+   }
+   if ( !config || !config->trapAclHas( key ) ) {
+      deleteTrapRule( key );
+      return;
+   }
+   // A changed ACL is removed whole and programmed anew.
+   if ( tcamEntryHas( key ) ) {
+      deleteTrapRule( key );
+   }
+   tcamEntryIs( TcamEntry( key ) );
+   addTrapRule( key );
+}
+
+void TrapSm::addTrapRule( Oro::NatTrapKey const& key ) {
+   Oro::NatTrapAcl const* present = trapConfig() ? trapConfig()->trapAcl( key ) : nullptr;
+   Oro::NatTrapAcl const acl = present ? *present : Oro::NatTrapAcl( key );
+   // Entries without exact-match hit come first; the order is relied upon.
+   for ( bool emHit : { false, true } ) {
+      if ( !addTrapRulePass( key, acl, emHit ) ) {
+         freeEntry( key );
+         return;
+      }
+   }
+   if ( acl.implicitDeny() ) {
+      programImplicitDenyEntry();
+   }
+}
+
+bool TrapSm::addTrapRulePass( Oro::NatTrapKey const& key, Oro::NatTrapAcl const& acl,
+                              bool emHit ) {
+   for ( auto const& sequenced : acl.ruleBySequence() ) {
+      Oro::NatTrapRule const& rule = sequenced.second;
+      if ( !rule.pool() && !programTrapEntry( key, rule, key.vlanId(), emHit ) ) {
+         return false;
+      }
+   }
+   for ( auto const& sequenced : acl.ruleBySequence() ) {
+      Oro::NatTrapRule const& rule = sequenced.second;
+      if ( rule.pool() && !addPoolRule( key, rule, emHit ) ) {
+         return false;
+      }
+   }
+   return true;
+}
+
+bool TrapSm::addPoolRule( Oro::NatTrapKey const& key, Oro::NatTrapRule const& rule,
+                          bool emHit ) {
+   if ( emHit ) {
+      // TCP data before TCP control: the control entry catches the TCP that is left.
+      if ( programReverseTrapEntry( key, rule, true, true, false ) == 0 ||
+           programReverseTrapEntry( key, rule, true, true, true ) == 0 ) {
+         return false;
+      }
+   }
+   return programReverseTrapEntry( key, rule, emHit, false, false ) != 0;
+}
+
+void TrapSm::deleteTrapRule( Oro::NatTrapKey const& key ) {
+   NAT_TRACE( 8, "deleteTrapRule", " " << key.stringValue() );
+   if ( tcamEntryHas( key ) ) {
+      TcamEntry const entry = tcamEntry( key );
+      for ( U32 entryId : entry.entryId() ) {
+         FWK_ASSERT( entryId );
+         entryManager()->releaseEntry( unit(), entryId );
+      }
+      tcamEntryDel( key );
+   }
+   if ( implicitDenyEntryId() == 0 || implicitDenyWanted() ) {
+      return;
+   }
+   releaseImplicitDenyEntry();
+}
+
+bool TrapSm::implicitDenyWanted() const {
+   if ( !trapConfig() ) {
+      return false;
+   }
+   for ( auto const& acl : trapConfig()->trapAcl() ) {
+      if ( acl.second.implicitDeny() ) {
+         return true;
+      }
+   }
+   return false;
+}
+
+void TrapSm::releaseImplicitDenyEntry() {
+   entryManager()->releaseEntry( unit(), implicitDenyEntryId() );
+   implicitDenyEntryIdIs( 0 );
+}
+
+void TrapSm::freeEntry( Oro::NatTrapKey const& key ) {
+   TcamEntry const entry = tcamEntry( key );
+   for ( U32 entryId : entry.entryId() ) {
+      if ( entryId == 0 ) {
+         // The text names deleteTrapRule, as it always has; the row is left as it is.
+         NAT_TRACE( 0, "freeEntry", "Warning: deleteTrapRule: entryId cannot be 0." );
+         return;
+      }
+      entryManager()->releaseEntry( unit(), entryId );
+   }
+   tcamEntryDel( key );
+   Fwk::logEventRaise( Corvane::CORVANENAT_TRAP_TCAM_RESOURCE_FULL,
+                       { key.stringValue() } );
+}
+
+// --- TrapSm: entry programming ---
+
+void TrapSm::installTrapEntry( U32 entryId, S32 priority ) {
+   entryManager()->setPriorityForEntry( unit(), entryId, priority );
+   entryManager()->installEntry( unit(), entryId );
+}
+
+bool TrapSm::programTrapEntry( Oro::NatTrapKey const& key, Oro::NatTrapRule const& rule,
+                               U16 vlanId, bool emHit ) {
+   if ( emHit && rule.permit() ) {
+      for ( TcpControl flag : { TcpControl::SYN, TcpControl::FIN, TcpControl::RST } ) {
+         if ( programTcpControlEntry( key, rule, flag ) == 0 ) {
+            return false;
+         }
+      }
+   }
+   std::string const description = tcamEntryDescription( rule, emHit, TcpControl::none );
+   U32 const entryId =
+       entryManager()->getEntry( unit(), description, CorvaneTcam::RequestKey() );
+   if ( entryId == 0 ) {
+      return false;
+   }
+   trackEntryId( key, entryId );
+
+   // The action comes before the qualifiers.
+   if ( !emHit && rule.permit() ) {
+      setTrapToCpuAction( modId(), entryId );
+   } else if ( emHit && !rule.permit() ) {
+      setSkipEvxltAction( modId(), entryId );
+   }
+
+   Shim::Sdk& sdk = *Shim::sdk_;
+   CORVANE_SDK_CALL( "bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 )",
+                     sdk.bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_SrcClassField( unit(), entryId, 0, "
+       "Corvane::classVfpAclDrop_ )",
+       sdk.bcm_field_qualify_SrcClassField( unit(), entryId, 0,
+                                            Corvane::classVfpAclDrop_ ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_SrcIp( unit(), entryId, rule.srcIp().address().value(), "
+       "rule.srcIp().mask() )",
+       sdk.bcm_field_qualify_SrcIp( unit(), entryId, rule.srcIp().address().value(),
+                                    rule.srcIp().mask() ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_DstIp( unit(), entryId, rule.dstIp().address().value(), "
+       "rule.dstIp().mask() )",
+       sdk.bcm_field_qualify_DstIp( unit(), entryId, rule.dstIp().address().value(),
+                                    rule.dstIp().mask() ) );
+   // Pool rules are programmed as reverse entries; kept for a caller that passes one.
+   if ( rule.pool() ) {
+      CORVANE_SDK_CALL(
+          "bcm_field_qualify_L3Ingress( unit(), entryId, vlanId, -1 )",
+          sdk.bcm_field_qualify_L3Ingress( unit(), entryId, vlanId, U32( -1 ) ) );
+   }
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_ExactMatch( unit(), entryId, 0, "
+       "bcmFieldQualifyExactMatchHitStatus, emHit, 0x1 )",
+       sdk.bcm_field_qualify_ExactMatch(
+           unit(), entryId, 0, sdk.bcmFieldQualifyExactMatchHitStatus, emHit, 0x1 ) );
+   installTrapEntry( entryId, trapEntryPriority );
+   return true;
+}
+
+U32 TrapSm::programTcpControlEntry( Oro::NatTrapKey const& key,
+                                    Oro::NatTrapRule const& rule,
+                                    TcpControl tcpControl ) {
+   std::string const description = tcamEntryDescription( rule, true, tcpControl );
+   U32 const entryId =
+       entryManager()->getEntry( unit(), description, CorvaneTcam::RequestKey() );
+   if ( entryId == 0 ) {
+      return 0;
+   }
+   trackEntryId( key, entryId );
+
+   Shim::Sdk& sdk = *Shim::sdk_;
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_ExactMatch( unit(), entryId, 0, "
+       "bcmFieldQualifyExactMatchHitStatus, 1, 0x1 )",
+       sdk.bcm_field_qualify_ExactMatch(
+           unit(), entryId, 0, sdk.bcmFieldQualifyExactMatchHitStatus, 1, 0x1 ) );
+   CORVANE_SDK_CALL( "bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 )",
+                     sdk.bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_SrcClassField( unit(), entryId, 0, "
+       "Corvane::classVfpAclDrop_ )",
+       sdk.bcm_field_qualify_SrcClassField( unit(), entryId, 0,
+                                            Corvane::classVfpAclDrop_ ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_IpProtocol( unit(), entryId, IPPROTO_TCP, 0xff )",
+       sdk.bcm_field_qualify_IpProtocol( unit(), entryId, Corvane::IPPROTO_TCP_,
+                                         Corvane::TCAM_FIELD_IPPROTO_MASK ) );
+   if ( !tcpControl.supported() ) {
+      NAT_TRACE( 0, "programTcpControlEntry",
+                 "Error: Only SYN/FIN/RST check is supported." );
+   }
+   U8 const flag = U8( tcpControl.value() & 0xff );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_TcpControl( unit(), entryId, flag, TcpControl::mask_ )",
+       sdk.bcm_field_qualify_TcpControl( unit(), entryId, flag, TcpControl::mask_ ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_SrcIp( unit(), entryId, rule.srcIp().address().value(), "
+       "rule.srcIp().mask() )",
+       sdk.bcm_field_qualify_SrcIp( unit(), entryId, rule.srcIp().address().value(),
+                                    rule.srcIp().mask() ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_DstIp( unit(), entryId, rule.dstIp().address().value(), "
+       "rule.dstIp().mask() )",
+       sdk.bcm_field_qualify_DstIp( unit(), entryId, rule.dstIp().address().value(),
+                                    rule.dstIp().mask() ) );
+   setTrapToCpuAction( modId(), entryId );
+   installTrapEntry( entryId, trapEntryPriority );
+   return entryId;
+}
+
+U32 TrapSm::programReverseTrapEntry( Oro::NatTrapKey const& key,
+                                     Oro::NatTrapRule const& rule, bool emHit,
+                                     bool tcpCheck, bool tcpControl ) {
+   std::string const description =
+       reverseEntryDescription( rule, emHit, tcpCheck, tcpControl );
+   U32 const entryId =
+       entryManager()->getEntry( unit(), description, CorvaneTcam::RequestKey() );
+   if ( entryId == 0 ) {
+      Fwk::logEventRaise( Corvane::CORVANENAT_TRAP_TCAM_RESOURCE_FULL, { description } );
+      return 0;
+   }
+   trackEntryId( key, entryId );
+
+   Shim::Sdk& sdk = *Shim::sdk_;
+   CORVANE_SDK_CALL( "bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 )",
+                     sdk.bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_SrcClassField( unit(), entryId, 0, "
+       "Corvane::classVfpAclDrop_ )",
+       sdk.bcm_field_qualify_SrcClassField( unit(), entryId, 0,
+                                            Corvane::classVfpAclDrop_ ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_ExactMatch( unit(), entryId, 0, "
+       "bcmFieldQualifyExactMatchHitStatus, emHit, 0x1 )",
+       sdk.bcm_field_qualify_ExactMatch(
+           unit(), entryId, 0, sdk.bcmFieldQualifyExactMatchHitStatus, emHit, 0x1 ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_DstIp( unit(), entryId, rule.dstIp().address().value(), "
+       "rule.dstIp().mask() )",
+       sdk.bcm_field_qualify_DstIp( unit(), entryId, rule.dstIp().address().value(),
+                                    rule.dstIp().mask() ) );
+   if ( emHit && tcpCheck ) {
+      CORVANE_SDK_CALL(
+          "bcm_field_qualify_IpProtocol( unit(), entryId, IPPROTO_TCP, 0xff )",
+          sdk.bcm_field_qualify_IpProtocol( unit(), entryId, Corvane::IPPROTO_TCP_,
+                                            Corvane::TCAM_FIELD_IPPROTO_MASK ) );
+      // The TCP control entry has no flag qualifier: it takes the TCP that the data
+      // entry, allocated before it, leaves over.
+      if ( !tcpControl ) {
+         CORVANE_SDK_CALL(
+             "bcm_field_qualify_TcpControl( unit(), entryId, 0, TcpControl::mask_ )",
+             sdk.bcm_field_qualify_TcpControl( unit(), entryId, 0, TcpControl::mask_ ) );
+      }
+   }
+   bool const toCpu = !emHit || ( tcpCheck && tcpControl );
+   if ( toCpu ) {
+      setTrapToCpuAction( modId(), entryId );
+   } else {
+      setSkipCpuAction( modId(), entryId );
+   }
+   installTrapEntry( entryId, trapEntryPriority );
+   return entryId;
+}
+
+bool TrapSm::programImplicitDenyEntry() {
+   U32 const entryId = entryManager()->getEntry(
+       unit(), "NAT acl:   EM_HIT Implicit deny =>", CorvaneTcam::RequestKey() );
+   if ( entryId == 0 ) {
+      NAT_TRACE( 0, "programImplicitDenyEntry",
+                 "Implicit deny acl rule could not be programmed." );
+      return false;
+   }
+   // Shared by every ACL: remembered apart from the rows.
+   implicitDenyEntryIdIs( entryId );
+
+   Shim::Sdk& sdk = *Shim::sdk_;
+   CORVANE_SDK_CALL( "bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 )",
+                     sdk.bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_SrcClassField( unit(), entryId, 0, "
+       "Corvane::classVfpAclDrop_ )",
+       sdk.bcm_field_qualify_SrcClassField( unit(), entryId, 0,
+                                            Corvane::classVfpAclDrop_ ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_qualify_ExactMatch( unit(), entryId, 0, "
+       "bcmFieldQualifyExactMatchHitStatus, 1, 1 )",
+       sdk.bcm_field_qualify_ExactMatch( unit(), entryId, 0,
+                                         sdk.bcmFieldQualifyExactMatchHitStatus, 1, 1 ) );
+   setSkipEvxltAction( modId(), entryId );
+   installTrapEntry( entryId, implicitDenyPriority );
+   return true;
+}
+
+// --- TrapSm: actions ---
+
+void TrapSm::setTrapToCpuAction( CorvaneCentral::ModId module, U32 entryId ) {
+   Shim::Sdk& sdk = *Shim::sdk_;
+   int const unit = module;
+   CORVANE_SDK_CALL(
+       "bcm_field_action_add( unit, entryId, bcmFieldActionCopyToCpu, 0, 0 )",
+       sdk.bcm_field_action_add( unit, entryId, sdk.bcmFieldActionCopyToCpu, 0, 0 ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_action_add( unit, entryId, bcmFieldActionDrop, 0, 0 )",
+       sdk.bcm_field_action_add( unit, entryId, sdk.bcmFieldActionDrop, 0, 0 ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_action_add( unit, entryId, bcmFieldActionCosQCpuNew, "
+       "cpuCosqNat_, 0 )",
+       sdk.bcm_field_action_add( unit, entryId, sdk.bcmFieldActionCosQCpuNew, cpuCosqNat_,
+                                 0 ) );
+}
+
+void TrapSm::setSkipCpuAction( CorvaneCentral::ModId module, U32 entryId ) {
+   Shim::Sdk& sdk = *Shim::sdk_;
+   int const unit = module;
+   CORVANE_SDK_CALL(
+       "bcm_field_action_add( unit, entryId, bcmFieldActionCopyToCpuCancel, 0, 0 )",
+       sdk.bcm_field_action_add( unit, entryId, sdk.bcmFieldActionCopyToCpuCancel, 0,
+                                 0 ) );
+   CORVANE_SDK_CALL(
+       "bcm_field_action_add( unit, entryId, bcmFieldActionDropCancel, 0, 0 )",
+       sdk.bcm_field_action_add( unit, entryId, sdk.bcmFieldActionDropCancel, 0, 0 ) );
+}
+
+void TrapSm::setSkipEvxltAction( CorvaneCentral::ModId module, U32 entryId ) {
+   Shim::Sdk& sdk = *Shim::sdk_;
+   int const unit = module;
+   // Deliberately extraction control 0 under the full mask.
+   CORVANE_SDK_CALL(
+       "bcm_field_action_add( unit, entryId, bcmFieldActionAssignExtractionCtrlId, 0, "
+       "0x1f )",
+       sdk.bcm_field_action_add( unit, entryId, sdk.bcmFieldActionAssignExtractionCtrlId,
+                                 0, Corvane::extractionCtrlIdMask ) );
+}
+
+// --- Creation ---
+
+TrapSm::Ptr trapSmFactory( CorvaneCentral::ModId modId,
+                           Oro::NatTrapConfig::PtrConst const& trapConfig,
+                           Corvane::CorvaneTcamGroupManager::Ptr const& groupManager ) {
+   TrapSm::Ptr trapSm( new TrapSm( modId, trapConfig, groupManager ) );
+   trapSm->hasNotificationActiveIs( true );
+   return trapSm;
+}
+
+TrapSm::Ptr TrapSmIs( CorvaneCentral::ModId modId,
+                      Oro::NatTrapConfig::PtrConst const& trapConfig,
+                      Corvane::CorvaneTcamGroupManager::Ptr const& groupManager ) {
+   return trapSmFactory( modId, trapConfig, groupManager );
+}
+
+}  // namespace CorvaneNat

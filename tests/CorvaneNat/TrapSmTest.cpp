@@ -1,0 +1,498 @@
+// The NAT trap filters on the simulated platform: which entries an ACL gets and in which
+// order, what each holds, how entries are given back, running out of TCAM room, and what
+// packets meet in the chip.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "CorvaneNat/CorvaneNatTrapSm.h"
+#include "platform/chip/Journal.h"
+#include "platform/fwk/LogEvent.h"
+#include "platform/fwk/Trace.h"
+#include "tools/natsim/SimPlatform.h"
+
+namespace {
+
+using CorvaneNat::TcpControl;
+using CorvaneNat::TrapSm;
+typedef std::vector<std::string> Texts;
+
+U32 ip( char const* text ) {
+   Wirel::IpAddr out;
+   EXPECT_TRUE( Wirel::IpAddr::fromString( text, out ) ) << text;
+   return out.value();
+}
+
+Wirel::IpAddrWithFullMask net( char const* text, unsigned length ) {
+   return Wirel::IpAddrWithFullMask( Wirel::IpAddr( ip( text ) ),
+                                     Wirel::prefixMask( length ) );
+}
+
+Oro::NatTrapRule permit( Wirel::IpAddrWithFullMask src, Wirel::IpAddrWithFullMask dst ) {
+   return Oro::NatTrapRule( true, src, dst );
+}
+Oro::NatTrapRule deny( Wirel::IpAddrWithFullMask src, Wirel::IpAddrWithFullMask dst ) {
+   return Oro::NatTrapRule( false, src, dst );
+}
+Oro::NatTrapRule pool( Wirel::IpAddrWithFullMask dst ) {
+   return Oro::NatTrapRule( true, {}, dst, true );
+}
+Oro::NatTrapRule const anyRule = permit( {}, {} );
+
+// Rules get sequence numbers 10, 20, ... in the order given.
+Oro::NatTrapAcl acl( Oro::NatTrapKey const& key, std::vector<Oro::NatTrapRule> rules,
+                     bool implicitDeny = false ) {
+   Oro::NatTrapAcl out( key );
+   for ( std::size_t i = 0; i < rules.size(); ++i ) {
+      out.ruleBySequenceIs( U32( 10 * ( i + 1 ) ), rules[i] );
+   }
+   out.implicitDenyIs( implicitDeny );
+   return out;
+}
+
+// A chip entry as one line: qualifiers in the chip's order (addresses dotted), actions
+// in the order added, then the priority.
+std::string recipe( Chip::FpEntry const& entry ) {
+   std::ostringstream os;
+   for ( Chip::Qualifier q : entry.qualifiers() ) {
+      os << Chip::qualifierName( q );
+      if ( q == Chip::Qualifier::SrcIp || q == Chip::Qualifier::DstIp ) {
+         os << "=" << Wirel::IpAddr( entry.qualifier( q ).data ).stringValue() << "&"
+            << Wirel::IpAddr( entry.qualifier( q ).mask ).stringValue() << " ";
+      } else {
+         os << Chip::json( entry.qualifierArgs( q ) ) << " ";
+      }
+   }
+   os << "=>";
+   for ( auto const& a : entry.actions() ) {
+      os << " " << Chip::actionName( a.action ) << "(" << a.param0 << "," << a.param1
+         << ")";
+   }
+   os << " @" << entry.priority();
+   return os.str();
+}
+
+class TrapSmTest : public ::testing::Test {
+protected:
+   void start() {
+      platform =
+          std::make_unique<natsim::SimPlatform>( "Corvane", chip, natsim::NatConfig() );
+      previousLogSink = Fwk::logSinkIs(
+          [this]( Fwk::LogRecord const& record ) { logs.push_back( record.message ); } );
+      trapSm = CorvaneNat::TrapSmIs(
+          1, Oro::NatTrapConfig::PtrConst( &platform->trapConfig() ), groupManager() );
+   }
+   void TearDown() override {
+      trapSm = nullptr;
+      platform.reset();
+      Fwk::logSinkIs( previousLogSink );
+   }
+   Corvane::CorvaneTcamGroupManager::Ptr groupManager() {
+      return Corvane::CorvaneTcamGroupManager::Ptr( &platform->tcamManager() );
+   }
+
+   void publish( Oro::NatTrapAcl const& trapAcl ) {
+      platform->trapConfig().trapAclIs( trapAcl );
+      platform->loop().runUntilIdle();
+   }
+   void remove( Oro::NatTrapKey const& key ) {
+      platform->trapConfig().trapAclDel( key );
+      platform->loop().runUntilIdle();
+   }
+   // "function: message" of the level-0 traces that `run` makes.
+   Texts level0Traces( std::function<void()> const& run ) {
+      std::string const setting = Fwk::traceSetting();
+      Texts traces;
+      Fwk::TraceSink const previous =
+          Fwk::traceSinkIs( [&traces]( Fwk::TraceRecord const& r ) {
+             traces.push_back( r.function + ": " + r.message );
+          } );
+      Fwk::traceSettingIs( "ApiCorvane/0" );
+      run();
+      Fwk::traceSinkIs( previous );
+      Fwk::traceSettingIs( setting );
+      return traces;
+   }
+
+   std::size_t mark() const { return Chip::journal().size(); }
+   // The ids of one manager call from `from` on, in call order.
+   std::vector<U32> ids( char const* call, std::size_t from = 0 ) const {
+      std::vector<U32> out;
+      for ( auto const& r : Chip::journal().recordsFrom( from ) ) {
+         if ( r.call == call && r.entry != 0 ) {
+            out.push_back( r.entry );
+         }
+      }
+      return out;
+   }
+   Texts allocated( std::size_t from = 0 ) const {
+      Texts out;
+      for ( auto const& r : Chip::journal().recordsFrom( from ) ) {
+         if ( r.call == "getEntry" && r.entry != 0 ) {
+            out.push_back( r.args.at( 0 ).name );
+         }
+      }
+      return out;
+   }
+   // The calls on one entry from `from` on, by name, with the arguments when `args`.
+   std::string callsOn( U32 entryId, std::size_t from = 0, bool args = false ) const {
+      std::string out;
+      for ( auto const& r : Chip::journal().recordsFrom( from ) ) {
+         if ( r.hasEntry && r.entry == entryId && r.call != "getEntry" ) {
+            out += ( out.empty() ? "" : " " ) + r.call.substr( r.call.rfind( '_' ) + 1 ) +
+                   ( args ? Chip::json( r.args ) : "" );
+         }
+      }
+      return out;
+   }
+   Chip::FieldProcessor& fp() { return platform->chip().unit( 1 )->fieldProcessor(); }
+   std::string recipeOf( U32 entryId ) {
+      Chip::FpEntry const* entry = fp().entry( entryId );
+      return entry ? recipe( *entry ) : "no entry";
+   }
+   // The description of the entry a packet to this station meets first, or "none".
+   std::string hit( Chip::Packet packet ) {
+      packet.myStationHit = true;
+      U32 const id = platform->chip().lookup( 1, natsim::natGroup, packet, 1 );
+      return id ? fp().entry( id )->description() : "none";
+   }
+
+   natsim::ChipConfig chip;
+   std::unique_ptr<natsim::SimPlatform> platform;
+   TrapSm::Ptr trapSm;
+   Texts logs;
+   Fwk::LogSink previousLogSink;
+   Oro::NatTrapKey const keyA{ "aclA", 10 };
+   Oro::NatTrapKey const keyB{ "aclB", 20 };
+   std::string const aclBFull =
+       "Hardware resources are insufficient to add NAT trap filter aclName: aclB, "
+       "vlanId: 20";
+};
+
+std::string const hitIs = "ExactMatch[0, \"bcmFieldQualifyExactMatchHitStatus\", ";
+std::string const station = "MyStationHit[1, 1] SrcClassField[0, 8] ";
+std::string const toCpu =
+    " bcmFieldActionCopyToCpu(0,0) bcmFieldActionDrop(0,0) bcmFieldActionCosQCpuNew(6,0)";
+std::string const skipCpu =
+    " bcmFieldActionCopyToCpuCancel(0,0) bcmFieldActionDropCancel(0,0)";
+std::string const skipEvxlt = " bcmFieldActionAssignExtractionCtrlId(0,31)";
+
+// An ACL present at creation is programmed by the constructor.
+TEST_F( TrapSmTest, OneAclIsProgrammedInPassOrderWithItsEntriesExactly ) {
+   platform =
+       std::make_unique<natsim::SimPlatform>( "Corvane", chip, natsim::NatConfig() );
+   platform->trapConfig().trapAclIs(
+       acl( keyA,
+            { permit( net( "10.0.0.0", 8 ), {} ), pool( net( "1.1.1.0", 24 ) ),
+              deny( net( "10.1.0.0", 16 ), net( "2.2.2.2", 32 ) ) },
+            true ) );
+   trapSm = CorvaneNat::TrapSmIs(
+       1, Oro::NatTrapConfig::PtrConst( &platform->trapConfig() ), groupManager() );
+   EXPECT_TRUE( trapSm->initialized() );
+   std::string const d = "src=10.1.0.0/16 dst=2.2.2.2/32 deny => SkipNat";
+   EXPECT_EQ(
+       allocated(),
+       ( Texts{ "NAT acl:  !EM_HIT src=10.0.0.0/8 IP => CPU", "NAT acl:  !EM_HIT " + d,
+                "NAT pool: !EM_HIT dst=1.1.1.0/24 IP => CPU",
+                "NAT acl:   EM_HIT src=10.0.0.0/8 SYN => CPU",
+                "NAT acl:   EM_HIT src=10.0.0.0/8 FIN => CPU",
+                "NAT acl:   EM_HIT src=10.0.0.0/8 RST => CPU",
+                "NAT acl:   EM_HIT src=10.0.0.0/8 IP => Nat", "NAT acl:   EM_HIT " + d,
+                "NAT pool:  EM_HIT dst=1.1.1.0/24 TCP_DATA => Skip CPU",
+                "NAT pool:  EM_HIT dst=1.1.1.0/24 TCP_CTRL => CPU",
+                "NAT pool:  EM_HIT dst=1.1.1.0/24 IP => Skip CPU",
+                "NAT acl:   EM_HIT Implicit deny =>" } ) );
+   std::vector<U32> const id = ids( "getEntry" );
+   ASSERT_EQ( id.size(), 12u );
+   std::string const src = station + "SrcIp=10.0.0.0&255.0.0.0 DstIp=0.0.0.0&0.0.0.0 ";
+   std::string const srcDst =
+       station + "SrcIp=10.1.0.0&255.255.0.0 DstIp=2.2.2.2&255.255.255.255 ";
+   std::string const dst = station + "DstIp=1.1.1.0&255.255.255.0 ";
+   std::string const tcp = "IpProtocol[6, 255] ";
+   Texts const expected = {
+       src + hitIs + "0, 1] =>" + toCpu + " @1",
+       srcDst + hitIs + "0, 1] => @1",
+       dst + hitIs + "0, 1] =>" + toCpu + " @1",
+       src + tcp + "TcpControl[2, 7] " + hitIs + "1, 1] =>" + toCpu + " @1",
+       src + tcp + "TcpControl[1, 7] " + hitIs + "1, 1] =>" + toCpu + " @1",
+       src + tcp + "TcpControl[4, 7] " + hitIs + "1, 1] =>" + toCpu + " @1",
+       src + hitIs + "1, 1] => @1",
+       srcDst + hitIs + "1, 1] =>" + skipEvxlt + " @1",
+       dst + tcp + "TcpControl[0, 7] " + hitIs + "1, 1] =>" + skipCpu + " @1",
+       dst + tcp + hitIs + "1, 1] =>" + toCpu + " @1",
+       dst + hitIs + "1, 1] =>" + skipCpu + " @1",
+       station + hitIs + "1, 1] =>" + skipEvxlt + " @0" };
+   for ( std::size_t i = 0; i < id.size(); ++i ) {
+      EXPECT_EQ( recipeOf( id[i] ), expected[i] ) << i;
+      EXPECT_TRUE( fp().entry( id[i] )->installed() ) << i;
+   }
+   // Every entry but the shared implicit deny belongs to the ACL's row.
+   EXPECT_EQ( trapSm->implicitDenyEntryId(), id.back() );
+   EXPECT_EQ( trapSm->tcamEntry( keyA ).entryId().size(), 11u );
+   EXPECT_FALSE( trapSm->tcamEntry( keyA ).entryIdHas( id.back() ) );
+}
+
+TEST_F( TrapSmTest, TrapEntriesActBeforeQualifyingAndTcpControlEntriesAfter ) {
+   start();
+   publish( acl( keyA, { anyRule } ) );
+   std::vector<U32> const id = ids( "getEntry" );
+   ASSERT_EQ( id.size(), 5u );
+   EXPECT_EQ( callsOn( id[0] ),
+              "add add add MyStationHit SrcClassField SrcIp DstIp ExactMatch "
+              "setPriorityForEntry installEntry" );
+   EXPECT_EQ(
+       callsOn( id[1] ),
+       "ExactMatch MyStationHit SrcClassField IpProtocol TcpControl SrcIp DstIp add "
+       "add add setPriorityForEntry installEntry" );
+}
+
+TEST_F( TrapSmTest, ActionRecipesAddTheirActionsInOrderAndInstallNothing ) {
+   start();
+   U32 const id = groupManager()
+                      ->unboundedEntryManager( natsim::natGroup )
+                      ->getEntry( 1, "probe", CorvaneTcam::RequestKey() );
+   std::size_t const from = mark();
+   TrapSm::setTrapToCpuAction( 1, id );
+   TrapSm::setSkipCpuAction( 1, id );
+   TrapSm::setSkipEvxltAction( 1, id );
+   EXPECT_EQ( callsOn( id, from, true ),
+              "add[\"bcmFieldActionCopyToCpu\", 0, 0] add[\"bcmFieldActionDrop\", 0, 0] "
+              "add[\"bcmFieldActionCosQCpuNew\", 6, 0] "
+              "add[\"bcmFieldActionCopyToCpuCancel\", 0, 0] "
+              "add[\"bcmFieldActionDropCancel\", 0, 0] "
+              "add[\"bcmFieldActionAssignExtractionCtrlId\", 0, 31]" );
+   EXPECT_FALSE( fp().entry( id )->installed() );
+}
+
+TEST_F( TrapSmTest, DescriptionsOfAnyAndOfMasksThatAreNoPrefix ) {
+   start();
+   publish( acl( keyA, { anyRule,
+                         deny( Wirel::IpAddrWithFullMask(
+                                   Wirel::IpAddr( ip( "10.0.0.0" ) ), 0xff00ff00 ),
+                               {} ),
+                         pool( {} ) } ) );
+   Texts const descriptions = allocated();
+   ASSERT_EQ( descriptions.size(), 11u );
+   EXPECT_EQ( descriptions[0], "NAT acl:  !EM_HIT any IP => CPU" );
+   EXPECT_EQ( descriptions[1], "NAT acl:  !EM_HIT src=10.0.0.0/8 deny => SkipNat" );
+   EXPECT_EQ( descriptions[2], "NAT pool: !EM_HIT dst=0.0.0.0/0 IP => CPU" );
+   EXPECT_EQ( descriptions[6], "NAT acl:   EM_HIT any IP => Nat" );
+   // "any" is still qualified on both addresses.
+   EXPECT_EQ( recipeOf( ids( "getEntry" )[0] ),
+              station + "SrcIp=0.0.0.0&0.0.0.0 DstIp=0.0.0.0&0.0.0.0 " + hitIs +
+                  "0, 1] =>" + toCpu + " @1" );
+}
+
+TEST_F( TrapSmTest, ImplicitDenyIsKeptWhileAnAclAsksAndReleasedWithTheLast ) {
+   start();
+   // Alone it is the only entry, and it belongs to no row.
+   publish( acl( keyA, {}, true ) );
+   EXPECT_EQ( fp().entryIds(), std::vector<U32>{ trapSm->implicitDenyEntryId() } );
+   EXPECT_TRUE( trapSm->tcamEntryHas( keyA ) );
+   EXPECT_TRUE( trapSm->tcamEntry( keyA ).entryId().empty() );
+   publish( acl( keyB, { anyRule }, true ) );
+   U32 const implicitDeny = trapSm->implicitDenyEntryId();
+   remove( keyA );
+   EXPECT_FALSE( trapSm->tcamEntryHas( keyA ) );
+   EXPECT_EQ( trapSm->implicitDenyEntryId(), implicitDeny );
+   EXPECT_TRUE( fp().entry( implicitDeny ) );
+
+   // An ACL that does not ask for it does not keep it.
+   publish( acl( keyA, { anyRule } ) );
+   std::size_t const from = mark();
+   remove( keyB );
+   EXPECT_EQ( ids( "releaseEntry", from ).back(), implicitDeny );
+   EXPECT_EQ( trapSm->implicitDenyEntryId(), 0u );
+   EXPECT_FALSE( fp().entry( implicitDeny ) );
+   EXPECT_EQ( trapSm->tcamEntry( keyA ).entryId().size(), 5u );
+}
+
+TEST_F( TrapSmTest, EveryAclGoneAtOnceReleasesImplicitDenyFirst ) {
+   start();
+   publish( acl( keyA, { deny( {}, {} ) }, true ) );
+   publish( acl( keyB, { deny( {}, {} ) } ) );
+   U32 const implicitDeny = trapSm->implicitDenyEntryId();
+   std::size_t const from = mark();
+   platform->trapConfig().trapAclDel( keyA );
+   remove( keyB );
+   std::vector<U32> const released = ids( "releaseEntry", from );
+   ASSERT_EQ( released.size(), 5u );
+   EXPECT_EQ( released[0], implicitDeny ) << "before the ACL's own entries";
+   EXPECT_EQ( trapSm->implicitDenyEntryId(), 0u );
+   EXPECT_EQ( trapSm->tcamEntrys(), 0u );
+   EXPECT_EQ( fp().entries(), 0u );
+}
+
+TEST_F( TrapSmTest, RepublishingAnUnchangedAclReleasesAndReallocatesItsEntries ) {
+   start();
+   publish( acl( keyA, { anyRule } ) );
+   auto const before = trapSm->tcamEntry( keyA ).entryId();
+   std::size_t const from = mark();
+   publish( acl( keyA, { anyRule } ) );
+   std::vector<U32> const released = ids( "releaseEntry", from );
+   EXPECT_EQ( decltype( before )( released.begin(), released.end() ), before );
+   EXPECT_EQ( allocated( from ).size(), 5u );
+   EXPECT_EQ( fp().entries(), 5u );
+}
+
+TEST_F( TrapSmTest, RunningOutMidAclLeavesNothingOfItAndNamesIt ) {
+   chip.tcamEntries = 8;
+   start();
+   publish( acl( keyA, { anyRule } ) );  // five entries
+   std::size_t const from = mark();
+   publish( acl( keyB, { permit( net( "10.0.0.0", 8 ), {} ), deny( {}, {} ) }, true ) );
+   // Both entries without hit and the first SYN entry; the FIN entry finds no room.
+   EXPECT_EQ( allocated( from ).size(), 3u );
+   EXPECT_EQ( ids( "releaseEntry", from ).size(), 3u );
+   EXPECT_FALSE( trapSm->tcamEntryHas( keyB ) );
+   EXPECT_EQ( trapSm->implicitDenyEntryId(), 0u ) << "not attempted";
+   EXPECT_EQ( fp().entries(), 5u ) << "the other ACL keeps its entries";
+   EXPECT_EQ( logs, Texts{ aclBFull } );
+
+   // Tried again when the ACL changes; a pool entry that finds no room is named too.
+   logs.clear();
+   publish( acl( keyB, { pool( net( "1.1.1.0", 24 ) ) } ) );
+   EXPECT_EQ( logs, ( Texts{ "Hardware resources are insufficient to add NAT trap filter "
+                             "NAT pool:  EM_HIT dst=1.1.1.0/24 IP => Skip CPU",
+                             aclBFull } ) );
+   EXPECT_EQ( fp().entries(), 5u );
+}
+
+TEST_F( TrapSmTest, ImplicitDenyWithoutRoomIsTracedAndKeepsTheAcl ) {
+   chip.tcamEntries = 5;
+   start();
+   Texts const traces =
+       level0Traces( [&] { publish( acl( keyA, { anyRule }, true ) ); } );
+   EXPECT_EQ( traces, Texts{ "programImplicitDenyEntry: Implicit deny acl rule could not "
+                             "be programmed." } );
+   EXPECT_EQ( trapSm->tcamEntry( keyA ).entryId().size(), 5u );
+   EXPECT_TRUE( logs.empty() );
+}
+
+TEST_F( TrapSmTest, ReactsOnlyWhileActiveAndLeavesHardwareWhenDestroyed ) {
+   start();
+   trapSm->hasNotificationActiveIs( false );
+   publish( acl( keyA, { anyRule } ) );
+   EXPECT_TRUE( allocated().empty() );
+   trapSm->hasNotificationActiveIs( true );
+   publish( acl( keyA, { anyRule } ) );
+   EXPECT_EQ( allocated().size(), 5u );
+
+   std::size_t const from = mark();
+   trapSm = nullptr;
+   EXPECT_EQ( fp().entries(), 5u );
+   // Without a configuration there is nothing to program.
+   trapSm = CorvaneNat::TrapSmIs( 1, nullptr, groupManager() );
+   EXPECT_TRUE( trapSm->initialized() );
+   EXPECT_EQ( mark(), from );
+}
+
+TEST_F( TrapSmTest, UnsupportedTcpControlIsReportedAndStillQualified ) {
+   start();
+   trapSm->tcamEntryIs( TrapSm::TcamEntry( keyA ) );
+   U32 id = 0;
+   Texts const traces = level0Traces(
+       [&] { id = trapSm->programTcpControlEntry( keyA, anyRule, TcpControl( 8u ) ); } );
+   EXPECT_EQ(
+       traces,
+       Texts{ "programTcpControlEntry: Error: Only SYN/FIN/RST check is supported." } );
+   EXPECT_EQ( recipeOf( id ), station + "SrcIp=0.0.0.0&0.0.0.0 DstIp=0.0.0.0&0.0.0.0 " +
+                                  "IpProtocol[6, 255] TcpControl[8, 7] " + hitIs +
+                                  "1, 1] =>" + toCpu + " @1" );
+   EXPECT_EQ( fp().entry( id )->description(), "NAT acl:   EM_HIT any => CPU" );
+   EXPECT_TRUE( trapSm->tcamEntry( keyA ).entryIdHas( id ) );
+}
+
+TEST_F( TrapSmTest, ZeroIdInARowIsWarnedInFreeEntryAndFatalInDelete ) {
+   start();
+   TrapSm::TcamEntry row( keyA );
+   row.entryIdIs( 0 );
+   trapSm->tcamEntryIs( row );
+   EXPECT_EQ( level0Traces( [&] { trapSm->freeEntry( keyA ); } ),
+              Texts{ "freeEntry: Warning: deleteTrapRule: entryId cannot be 0." } );
+   EXPECT_TRUE( trapSm->tcamEntryHas( keyA ) ) << "the row stays";
+   EXPECT_TRUE( logs.empty() );
+   EXPECT_DEATH( trapSm->deleteTrapRule( keyA ), "entryId" );
+}
+
+TEST_F( TrapSmTest, PacketsMeetTheEntryForTheirCase ) {
+   start();
+   publish( acl( keyA,
+                 { deny( net( "10.9.0.0", 16 ), {} ), permit( net( "10.0.0.0", 8 ), {} ),
+                   pool( net( "1.1.1.0", 24 ) ) },
+                 true ) );
+   Chip::Packet flow{ ip( "10.1.1.1" ), ip( "8.8.8.8" ), 6 };
+   // The first packet of a permitted flow goes to the CPU; later ones to NAT, except
+   // TCP control packets.
+   EXPECT_EQ( hit( flow ), "NAT acl:  !EM_HIT src=10.0.0.0/8 IP => CPU" );
+   flow.exactMatchHit = true;
+   EXPECT_EQ( hit( flow ), "NAT acl:   EM_HIT src=10.0.0.0/8 IP => Nat" );
+   flow.tcpFlags = Chip::tcpSyn | 0x10;
+   EXPECT_EQ( hit( flow ), "NAT acl:   EM_HIT src=10.0.0.0/8 SYN => CPU" );
+   flow.tcpFlags = Chip::tcpFin | 0x10;
+   EXPECT_EQ( hit( flow ), "NAT acl:   EM_HIT src=10.0.0.0/8 FIN => CPU" );
+   flow.tcpFlags = Chip::tcpRst;
+   EXPECT_EQ( hit( flow ), "NAT acl:   EM_HIT src=10.0.0.0/8 RST => CPU" );
+   flow.srcClass = 8;
+   EXPECT_EQ( hit( flow ), "none" ) << "dropped by the VFP stage";
+
+   // The earlier rule wins; what no rule matches meets the implicit deny.
+   Chip::Packet other{ ip( "10.9.0.1" ), 0, 17 };
+   other.exactMatchHit = true;
+   EXPECT_EQ( hit( other ), "NAT acl:   EM_HIT src=10.9.0.0/16 deny => SkipNat" );
+   other.src = ip( "20.0.0.1" );
+   EXPECT_EQ( hit( other ), "NAT acl:   EM_HIT Implicit deny =>" );
+   other.exactMatchHit = false;
+   EXPECT_EQ( hit( other ), "none" );
+
+   other.dst = ip( "1.1.1.7" );
+   EXPECT_EQ( hit( other ), "NAT pool: !EM_HIT dst=1.1.1.0/24 IP => CPU" );
+   other.exactMatchHit = true;
+   EXPECT_EQ( hit( other ), "NAT pool:  EM_HIT dst=1.1.1.0/24 IP => Skip CPU" );
+   other.protocol = 6;
+   EXPECT_EQ( hit( other ), "NAT pool:  EM_HIT dst=1.1.1.0/24 TCP_DATA => Skip CPU" );
+   other.tcpFlags = Chip::tcpSyn;
+   EXPECT_EQ( hit( other ), "NAT pool:  EM_HIT dst=1.1.1.0/24 TCP_CTRL => CPU" );
+}
+
+TEST( TrapSmValues, TcpControlTextForms ) {
+   TcpControl parsed;
+   for ( TcpControl value :
+         { TcpControl( TcpControl::none ), TcpControl( TcpControl::FIN ),
+           TcpControl( TcpControl::SYN ), TcpControl( TcpControl::RST ),
+           TcpControl( 8u ) } ) {
+      std::ostringstream os;
+      os << value;
+      EXPECT_TRUE( TcpControl::fromString( os.str(), parsed ) ) << os.str();
+      EXPECT_EQ( parsed, value );
+   }
+   EXPECT_EQ( TcpControl( TcpControl::SYN ).stringValue(), "SYN" );
+   EXPECT_EQ( TcpControl( 8u ).stringValue(), "8" );
+   for ( char const* bad : { "", "syn", "SYN ", "-1", "4294967296", "x1" } ) {
+      EXPECT_FALSE( TcpControl::fromString( bad, parsed ) ) << bad;
+   }
+}
+
+TEST( TrapSmValues, TcamEntryTextEqualityAndNoParsing ) {
+   TrapSm::TcamEntry row( Oro::NatTrapKey( "acl1", 7 ) );
+   row.entryIdIs( 12 );
+   std::ostringstream os;
+   os << row;
+   EXPECT_EQ(
+       os.str(),
+       "Value('CorvaneNat::TrapSm::TcamEntry', ** {'key': aclName: acl1, vlanId: 7, "
+       "'entryId': None})" );
+   TrapSm::TcamEntry same( row.key() );
+   EXPECT_NE( row, same );
+   same.entryIdIs( 12 );
+   EXPECT_EQ( row, same );
+   EXPECT_DEATH( TrapSm::TcamEntry::fromStrep( os.str() ),
+                 "No String constructor for TcamEntry - has collection" );
+}
+
+}  // namespace
