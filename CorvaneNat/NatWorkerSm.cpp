@@ -104,7 +104,9 @@ NatWorkerSm::NatWorkerSm(
           reactorOn<McastTranslationModeReactor>( mcastTranslationMode, this ) ),
       trapConfig_( reactorOn<TrapConfigReactor>( trapConfig, this ) ),
       tcamHitCountStatus_( tcamHitCountStatus ),
-      hitlessInitPhase_( commonSmData ? commonSmData->hitlessRestart() : false ) {
+      hitlessInitPhase_( commonSmData ? commonSmData->hitlessRestart() : false ),
+      operationOffer_( "corvanenat/natWorkerSm/" + std::to_string( modId ) ) {
+   operationOffer_.operationIs( "doVerify", [this] { doVerify(); } );
    // A worker made after the flash download finished starts at once.
    handleFlashDownloadWait();
 }

@@ -24,6 +24,7 @@
 #include "CorvaneNat/EntryIdTable.h"
 #include "CorvaneNat/NatCapacitySm.h"
 #include "platform/agent/TableCapacity.h"
+#include "platform/fwk/Operation.h"
 #include "platform/fwk/Quay.h"
 #include "platform/mount/VekSharedMemEntityManager.h"
 #include "platform/nat/CorvaneCommonSmData.h"
@@ -197,6 +198,9 @@ private:
    Quay::TaskScheduler::Ptr scheduler_;
    class PollingTaskReactor;
    std::unique_ptr<PollingTaskReactor> tcamCountersPollingTask_;
+   // "doVerify" for tools, at "corvanenat/natWorkerSm/<modId>"; withdrawn as the
+   // worker goes.
+   Fwk::OperationOffer operationOffer_;
 };
 
 // Creates a worker (the sixteen values of the constructor, in its order).
