@@ -115,9 +115,10 @@ public:
    // The hash layout, for walks that resume after other work ran (the show command).
    // The rows live in bucketCount() buckets, a key in bucket bucketOf( key,
    // bucketCount() ) (its hash modulo the count, as the standard library places it);
-   // bucketBegin( b ) to bucketEnd( b ) walks bucket b. Inserting and removing rows keep
-   // the order of the other rows; a rehash as the table grows (bucketCount() changes)
-   // moves rows between buckets and reorders them.
+   // bucketBegin( b ) to bucketEnd( b ) walks bucket b. The rows of a bucket follow each
+   // other in the table's order. Inserting and removing rows keep the order of the other
+   // rows; a rehash as the table grows (bucketCount() changes) moves rows between
+   // buckets and reorders them.
    typedef Rows::const_local_iterator const_local_iterator;
    std::size_t bucketCount() const { return rows_.bucket_count(); }
    static std::size_t bucketOf( Oro::NatHwKey const& key, std::size_t buckets ) {

@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "CorvaneNat/NatMounter.h"
@@ -31,69 +32,127 @@ constexpr std::size_t maxDigits() {
    return std::numeric_limits<T>::digits10 + 1 + ( std::numeric_limits<T>::is_signed );
 }
 
-template <class T>
-void appendNumber( std::string& out, T value ) {
-   char text[24];
-   std::to_chars_result const r = std::to_chars( text, text + sizeof( text ), value );
-   boundedCopy( out, text, std::size_t( r.ptr - text ), maxDigits<T>() );
-}
+// Bounds of the texts of a row: a key type's name, a key's text (the type and its
+// comma, four labelled address-and-port fields, protocol, faId, aclId, reverse), the
+// fields after the entries, and an object's own text around the key, VLAN and fields.
+constexpr std::size_t keyTypeTextMax = 32;
+constexpr std::size_t keyTextMax = 6 + keyTypeTextMax + 1 + 4 * ( 10 + 15 + 1 + 5 + 1 ) +
+                                   ( 8 + 3 + 1 ) + ( 7 + 10 + 1 ) + ( 8 + 10 + 1 ) +
+                                   ( 10 + 5 );
+constexpr std::size_t fieldsTextMax = ( 9 + 10 + 1 ) + ( 15 + 31 + 2 ) + ( 7 + 10 + 1 ) +
+                                      ( 9 + 11 + 1 ) + ( 11 + 20 + 1 ) + ( 13 + 1 + 1 ) +
+                                      2;
+constexpr std::size_t objectTextMax = 11 + 8 + 5 + 2;
 
-// The dotted form of an address, "10.0.0.1".
-void appendIp( std::string& out, U32 ip ) {
-   char text[16];
-   char* p = text;
-   for ( int shift = 24; shift >= 0; shift -= 8 ) {
-      p = std::to_chars( p, text + sizeof( text ), ( ip >> shift ) & 0xff ).ptr;
-      if ( shift != 0 && p < text + sizeof( text ) ) {
-         *p++ = '.';
-      }
+// Writes text at a position in storage that the caller sized for it.
+class Cursor {
+public:
+   explicit Cursor( char* at ) : at_( at ) {}
+   char* at() const { return at_; }
+
+   template <std::size_t N>
+   void text( char const ( &literal )[N] ) {
+      std::memcpy( at_, literal, N - 1 );
+      at_ += N - 1;
    }
-   boundedCopy( out, text, std::size_t( p - text ), 15 );
-}
+   void text( char const* text, std::size_t size ) {
+      std::memcpy( at_, text, size );
+      at_ += size;
+   }
+   void character( char c ) { *at_++ = c; }
+   template <class T>
+   void number( T value ) {
+      char digits[24];
+      std::to_chars_result const r =
+          std::to_chars( digits, digits + sizeof( digits ), value );
+      at_ = boundedCopy( at_, digits, std::size_t( r.ptr - digits ), maxDigits<T>() );
+   }
+   // The dotted form of an address, "10.0.0.1".
+   void ip( U32 value ) {
+      char dotted[16];
+      char* p = dotted;
+      for ( int shift = 24; shift >= 0; shift -= 8 ) {
+         p = std::to_chars( p, dotted + sizeof( dotted ), ( value >> shift ) & 0xff ).ptr;
+         if ( shift != 0 && p < dotted + sizeof( dotted ) ) {
+            *p++ = '.';
+         }
+      }
+      at_ = boundedCopy( at_, dotted, std::size_t( p - dotted ), 15 );
+   }
 
-// The key's text form, as NatHwKey::stringValue() gives it, without building strings.
-void appendKeyText( std::string& out, Oro::NatHwKey const& key ) {
+private:
+   char* at_;
+};
+
+// The key's text form, as NatHwKey::stringValue() gives it; keyTextMax at most.
+void writeKeyText( Cursor& out, Oro::NatHwKey const& key ) {
    static char const* const labels[4] = {
        " old sip: ", " new sip: ", " old dip: ", " new dip: " };
    Wirel::IpAndPort const fields[4] = { key.srcIpAndPortOld(), key.srcIpAndPortNew(),
                                         key.dstIpAndPortOld(), key.dstIpAndPortNew() };
-   out += "type: ";
-   out += Oro::valueToStrep( key.keyType() );
-   out += ',';
+   out.text( "type: " );
+   std::string const type = Oro::valueToStrep( key.keyType() );
+   out = Cursor( boundedCopy( out.at(), type.data(), type.size(), keyTypeTextMax ) );
+   out.character( ',' );
    for ( int f = 0; f < 4; ++f ) {
       if ( !fields[f].isUnset() ) {
-         out += labels[f];
-         appendIp( out, fields[f].ip().value() );
-         out += ':';
-         appendNumber( out, fields[f].port() );
-         out += ',';
+         out.text( labels[f], 10 );
+         out.ip( fields[f].ip().value() );
+         out.character( ':' );
+         out.number( fields[f].port() );
+         out.character( ',' );
       }
    }
-   out += " proto: ";
-   appendNumber( out, unsigned( key.dynProto() ) );
-   out += ", faId: ";
-   appendNumber( out, key.faId() );
-   out += ", aclId: ";
-   appendNumber( out, key.aclId().value() );
-   out += ", reverse: ";
-   out += key.reverse() ? "true" : "false";
+   out.text( " proto: " );
+   out.number( unsigned( key.dynProto() ) );
+   out.text( ", faId: " );
+   out.number( key.faId() );
+   out.text( ", aclId: " );
+   out.number( key.aclId().value() );
+   if ( key.reverse() ) {
+      out.text( ", reverse: true" );
+   } else {
+      out.text( ", reverse: false" );
+   }
 }
 
 // "10.0.0.0/8", or "10.0.0.0/255.0.255.0" for a mask that is not a prefix.
-void appendFilterAddr( std::string& out, Wirel::IpAddrWithFullMask const& addr ) {
-   appendIp( out, addr.address().value() );
-   out += '/';
+void writeFilterAddr( Cursor& out, Wirel::IpAddrWithFullMask const& addr ) {
+   out.ip( addr.address().value() );
+   out.character( '/' );
    if ( addr.maskIsContiguous() ) {
-      appendNumber( out, addr.prefixLength() );
+      out.number( addr.prefixLength() );
    } else {
-      appendIp( out, addr.mask() );
+      out.ip( addr.mask() );
    }
+}
+
+// The fields after the entries (see the header); fieldsTextMax at most.
+void writeFields( Cursor& out, Oro::NatHwKey const& key,
+                  Oro::NatHwShadowEntry const* entry ) {
+   out.text( "\"aclId\": " );
+   out.number( key.aclId().value() );
+   out.character( ',' );
+   if ( entry ) {
+      Oro::NatHwData const& data = entry->data();
+      out.text( "\"filterAddr\": \"" );
+      writeFilterAddr( out, data.filterAddr() );
+      out.text( "\",\"uid\": " );
+      out.number( entry->uid().value() );
+      out.text( ",\"dirty\": " );
+      out.number( static_cast<S32>( entry->dirty() ) );
+      out.text( ",\"nextHop\": " );
+      out.number( data.nextHopId() );
+      out.text( ",\"multicast\": " );
+      out.character( data.multicast() ? '1' : '0' );
+      out.character( ',' );
+   }
+   out.text( "}," );
 }
 
 }  // namespace
 
-void boundedCopy( std::string& out, char const* value, std::size_t size,
-                  std::size_t bound ) {
+char* boundedCopy( char* out, char const* value, std::size_t size, std::size_t bound ) {
    if ( size > bound ) {
       char address[32];
       std::snprintf( address, sizeof( address ), "%p",
@@ -104,7 +163,8 @@ void boundedCopy( std::string& out, char const* value, std::size_t size,
                                   " with contents: " + std::string( value, size );
       FWK_ASSERT_TEXT( size <= bound, message.c_str() );
    }
-   out.append( value, size );
+   std::memcpy( out, value, size );
+   return out + size;
 }
 
 NatSliceCommandRequestSm::NatSliceCommandRequestSm( std::string name,
@@ -128,14 +188,14 @@ void NatSliceCommandRequestSm::handleAsyncCommand( int socket,
                                                    std::string const& format ) {
    NAT_TRACE( 8, handleAsyncCommandFn, " socket: " << socket << " format:" << format );
    EntryIdTable const* const table = worker_->entryIdTable();
-   std::size_t bucket = 0;
-   EntryIdTable::const_local_iterator row;
+   EntryIdTable::const_iterator row;
    if ( entryBookmark_ == Oro::NatHwKey() ) {
       NAT_TRACE( 8, handleAsyncCommandFn, " Initial iter" );
       output( "[" );
-      walkedLayouts_.clear();
-      if ( table && table->bucketCount() ) {
-         row = table->bucketBegin( 0 );
+      earlierLayouts_.clear();
+      layoutIs( table );
+      if ( table ) {
+         row = table->begin();
       }
    } else {
       NAT_TRACE( 8, handleAsyncCommandFn, " Restarting from: " << entryBookmark_ );
@@ -145,49 +205,46 @@ void NatSliceCommandRequestSm::handleAsyncCommand( int socket,
          executionCompletedIs( true );
          return;
       }
-      // The layout the bookmark was left in is known when this walk left it there.
-      bool const reordered =
-          walkTable_ && walkBookmark_ == entryBookmark_ &&
-          ( walkTable_.ptr() != table || walkBuckets_ != table->bucketCount() );
-      if ( reordered ) {
-         walkedLayouts_.push_back(
-             Layout{ walkBuckets_, EntryIdTable::bucketOf( walkBookmark_, walkBuckets_ ),
-                     std::move( walkBucketKeys_ ) } );
-         walkBucketKeys_.clear();
-         row = table->bucketBegin( 0 );
-      } else {
-         bucket = EntryIdTable::bucketOf( entryBookmark_, table->bucketCount() );
-         row = table->bucketBegin( bucket );
-         while ( row != table->bucketEnd( bucket ) && row->key() != entryBookmark_ ) {
-            ++row;
+      if ( walkBookmark_ != entryBookmark_ || !layout_.table ) {
+         // A bookmark that this walk did not leave: the rows up to it count as walked.
+         layoutIs( table );
+         for ( row = table->begin(); row->key() != entryBookmark_; ++row ) {
+            layout_.passed[EntryIdTable::bucketOf( row->key(), layout_.buckets )] = true;
          }
-         FWK_ASSERT( row != table->bucketEnd( bucket ) );
+         bookmarkBucketIs( *table,
+                           EntryIdTable::bucketOf( entryBookmark_, layout_.buckets ),
+                           entryBookmark_ );
+         ++row;
+      } else if ( layout_.table.ptr() != table ||
+                  layout_.buckets != table->bucketCount() ) {
+         // Reordered: start again, skipping what the earlier layouts walked.
+         layout_.table = nullptr;
+         earlierLayouts_.push_back( std::move( layout_ ) );
+         layoutIs( table );
+         row = table->begin();
+      } else {
+         row = table->find( entryBookmark_ );
          ++row;
       }
    }
 
-   if ( table && table->bucketCount() ) {
-      walkTable_ = table;
-      walkBuckets_ = table->bucketCount();
+   if ( table ) {
       pipeLayoutIs();
       Oro::NatHwShadow const* const shadow = worker_->shadow();
-      for ( ;; ) {
-         for ( ; row != table->bucketEnd( bucket ); ++row ) {
-            Oro::NatHwKey const& key = row->key();
-            if ( !walkedLayouts_.empty() && walkedBefore( key ) ) {
-               continue;
-            }
+      for ( ; row != table->end(); ++row ) {
+         Oro::NatHwKey const& key = row->key();
+         std::size_t const bucket = EntryIdTable::bucketOf( key, layout_.buckets );
+         layout_.passed[bucket] = true;
+         // A row that an earlier layout walked is passed over, but still counts as a
+         // unit of work: a reordered table does not make a long slice.
+         if ( earlierLayouts_.empty() || !walkedEarlier( key ) ) {
             NAT_TRACE( 9, handleAsyncCommandFn, " Iterating on: " << key );
             writeRow( *row, shadow );
-            if ( shouldYield() ) {
-               yieldAt( *table, bucket, key );
-               return;
-            }
          }
-         if ( ++bucket == walkBuckets_ ) {
-            break;
+         if ( shouldYield() ) {
+            yieldAt( *table, bucket, key );
+            return;
          }
-         row = table->bucketBegin( bucket );
       }
    }
    NAT_TRACE( 8, handleAsyncCommandFn, " Execution complete" );
@@ -195,13 +252,29 @@ void NatSliceCommandRequestSm::handleAsyncCommand( int socket,
    executionCompletedIs( true );
 }
 
-bool NatSliceCommandRequestSm::walkedBefore( Oro::NatHwKey const& key ) const {
-   for ( Layout const& layout : walkedLayouts_ ) {
-      std::size_t const bucket = EntryIdTable::bucketOf( key, layout.buckets );
-      if ( bucket < layout.bucket ||
-           ( bucket == layout.bucket &&
-             std::find( layout.written.begin(), layout.written.end(), key ) !=
-                 layout.written.end() ) ) {
+void NatSliceCommandRequestSm::layoutIs( EntryIdTable const* table ) {
+   layout_ = Layout();
+   if ( table ) {
+      layout_.table = table;
+      layout_.buckets = table->bucketCount();
+      layout_.passed.assign( layout_.buckets, false );
+   }
+}
+
+bool NatSliceCommandRequestSm::walked( Layout const& layout,
+                                       Oro::NatHwKey const& key ) const {
+   std::size_t const bucket = EntryIdTable::bucketOf( key, layout.buckets );
+   if ( !layout.passed[bucket] ) {
+      return false;
+   }
+   return bucket != layout.bookmarkBucket ||
+          std::find( layout.bookmarkBucketKeys.begin(), layout.bookmarkBucketKeys.end(),
+                     key ) != layout.bookmarkBucketKeys.end();
+}
+
+bool NatSliceCommandRequestSm::walkedEarlier( Oro::NatHwKey const& key ) const {
+   for ( Layout const& layout : earlierLayouts_ ) {
+      if ( walked( layout, key ) ) {
          return true;
       }
    }
@@ -212,11 +285,19 @@ void NatSliceCommandRequestSm::yieldAt( EntryIdTable const& table, std::size_t b
                                         Oro::NatHwKey const& key ) {
    NAT_TRACE( 8, handleAsyncCommandFn, " Yielding after processing: " << key );
    entryBookmarkIs( key );
+   bookmarkBucketIs( table, bucket, key );
+}
+
+void NatSliceCommandRequestSm::bookmarkBucketIs( EntryIdTable const& table,
+                                                 std::size_t bucket,
+                                                 Oro::NatHwKey const& key ) {
    walkBookmark_ = key;
-   walkBucketKeys_.clear();
+   layout_.passed[bucket] = true;
+   layout_.bookmarkBucket = bucket;
+   layout_.bookmarkBucketKeys.clear();
    for ( auto row = table.bucketBegin( bucket ); row != table.bucketEnd( bucket );
          ++row ) {
-      walkBucketKeys_.push_back( row->key() );
+      layout_.bookmarkBucketKeys.push_back( row->key() );
       if ( row->key() == key ) {
          break;
       }
@@ -226,106 +307,107 @@ void NatSliceCommandRequestSm::yieldAt( EntryIdTable const& table, std::size_t b
 void NatSliceCommandRequestSm::pipeLayoutIs() {
    copiesPerPipe_.clear();
    pipeIds_ = false;
+   // "eid1": "<id>",
+   entryTextMax_ = 9 + maxDigits<U32>() + 2;
    CorvaneTcamGroupManager const* const tcam = worker_->tcamGroupManager();
    if ( !tcam ) {
       return;
    }
    U32 const pipes = tcam->getNumPipe( worker_->unit() );
    U32 places = 0;
+   std::size_t placesText = 0;
    for ( U32 pipe = 0; pipe < pipes; ++pipe ) {
-      copiesPerPipe_.push_back( tcam->getNumCopiesPerPipe( worker_->unit(), pipe ) );
-      places += copiesPerPipe_.back();
+      U32 const copies = tcam->getNumCopiesPerPipe( worker_->unit(), pipe );
+      copiesPerPipe_.push_back( copies );
+      places += copies;
+      // " pipe<p>:" and " <id>" per copy.
+      placesText += 5 + maxDigits<U32>() + 1 + copies * ( 1 + maxDigits<U32>() );
    }
    pipeIds_ = places > 1;
+   if ( pipeIds_ ) {
+      entryTextMax_ += placesText;
+   }
 }
 
-void NatSliceCommandRequestSm::appendEntry( U32 index, U32 entryId ) {
-   rowText_ += "\"eid";
-   appendNumber( rowText_, index );
-   rowText_ += "\": \"";
-   appendNumber( rowText_, entryId );
+char* NatSliceCommandRequestSm::writeEntry( char* at, U32 index, U32 entryId ) const {
+   Cursor out( at );
+   out.text( "\"eid" );
+   out.number( index );
+   out.text( "\": \"" );
+   out.number( entryId );
    if ( pipeIds_ && entryId != 0 ) {
       CorvaneTcamGroupManager const* const tcam = worker_->tcamGroupManager();
       for ( U32 pipe = 0; pipe < copiesPerPipe_.size(); ++pipe ) {
-         rowText_ += " pipe";
-         appendNumber( rowText_, pipe );
-         rowText_ += ':';
+         out.text( " pipe" );
+         out.number( pipe );
+         out.character( ':' );
          for ( U32 copy = 0; copy < copiesPerPipe_[pipe]; ++copy ) {
-            rowText_ += ' ';
-            appendNumber( rowText_,
-                          tcam->getPipeEntryId( worker_->unit(), entryId, pipe, copy ) );
+            out.character( ' ' );
+            out.number( tcam->getPipeEntryId( worker_->unit(), entryId, pipe, copy ) );
          }
       }
    }
-   rowText_ += "\",";
+   out.text( "\"," );
+   return out.at();
 }
 
 // One object per VLAN of the row (see the header): the key and VLAN, the VLAN's
 // entries, then the fields of the key and its shadow entry, which every object of the
-// row shares.
+// row shares. The row's text is sized from the bounds of its parts and written in
+// place.
 void NatSliceCommandRequestSm::writeRow( EntryIdTableEntry const& row,
                                          Oro::NatHwShadow const* shadow ) {
    Oro::NatHwKey const& key = row.key();
-   keyText_.clear();
-   appendKeyText( keyText_, key );
+   char keyText[keyTextMax];
+   Cursor keyOut( keyText );
+   writeKeyText( keyOut, key );
+   std::size_t const keySize = std::size_t( keyOut.at() - keyText );
+   char fieldsText[fieldsTextMax];
+   Cursor fieldsOut( fieldsText );
+   writeFields( fieldsOut, key, shadow ? shadow->entry( key ) : nullptr );
+   std::size_t const fieldsSize = std::size_t( fieldsOut.at() - fieldsText );
 
-   fieldsText_.clear();
-   fieldsText_ += "\"aclId\": ";
-   appendNumber( fieldsText_, key.aclId().value() );
-   fieldsText_ += ',';
-   if ( Oro::NatHwShadowEntry const* const entry =
-            shadow ? shadow->entry( key ) : nullptr ) {
-      Oro::NatHwData const& data = entry->data();
-      fieldsText_ += "\"filterAddr\": \"";
-      appendFilterAddr( fieldsText_, data.filterAddr() );
-      fieldsText_ += "\",\"uid\": ";
-      appendNumber( fieldsText_, entry->uid().value() );
-      fieldsText_ += ",\"dirty\": ";
-      appendNumber( fieldsText_, static_cast<S32>( entry->dirty() ) );
-      fieldsText_ += ",\"nextHop\": ";
-      appendNumber( fieldsText_, data.nextHopId() );
-      fieldsText_ += ",\"multicast\": ";
-      fieldsText_ += data.multicast() ? '1' : '0';
-      fieldsText_ += ',';
-   }
-   fieldsText_ += "},";
-
-   rowText_.clear();
-   auto openObject = [this]() {
-      rowText_ += "{\"hwKey\": \"";
-      rowText_ += keyText_;
-      rowText_ += ", vlan: ";
+   VlanEntryIdMap const& defaults = row.defaultEntryIds();
+   VlanEntryIdMap const& frags = row.fragEntryIds();
+   std::size_t const objects = std::max<std::size_t>( 1, defaults.size() + frags.size() );
+   rowText_.resize( objects *
+                    ( objectTextMax + keySize + 2 * entryTextMax_ + fieldsSize ) );
+   Cursor out( &rowText_[0] );
+   auto openObject = [&]() {
+      out.text( "{\"hwKey\": \"" );
+      out.text( keyText, keySize );
+      out.text( ", vlan: " );
    };
-   VlanEntryIdMap::Pair const* d = row.defaultEntryIds().begin();
-   VlanEntryIdMap::Pair const* const dEnd = row.defaultEntryIds().end();
-   VlanEntryIdMap::Pair const* f = row.fragEntryIds().begin();
-   VlanEntryIdMap::Pair const* const fEnd = row.fragEntryIds().end();
-   if ( d == dEnd && f == fEnd ) {
+   VlanEntryIdMap::Pair const* d = defaults.begin();
+   VlanEntryIdMap::Pair const* f = frags.begin();
+   if ( d == defaults.end() && f == frags.end() ) {
       openObject();
-      rowText_ += "none\",";
-      rowText_ += fieldsText_;
+      out.text( "none\"," );
+      out.text( fieldsText, fieldsSize );
    }
-   while ( d != dEnd || f != fEnd ) {
-      U16 const vlanId = ( f == fEnd || ( d != dEnd && d->vlanId <= f->vlanId ) )
-                             ? d->vlanId
-                             : f->vlanId;
+   while ( d != defaults.end() || f != frags.end() ) {
+      U16 const vlanId =
+          ( f == frags.end() || ( d != defaults.end() && d->vlanId <= f->vlanId ) )
+              ? d->vlanId
+              : f->vlanId;
       openObject();
       if ( vlanId == 0 ) {
-         rowText_ += '*';
+         out.character( '*' );
       } else {
-         appendNumber( rowText_, vlanId );
+         out.number( vlanId );
       }
-      rowText_ += "\",";
-      if ( d != dEnd && d->vlanId == vlanId ) {
-         appendEntry( 0, d->entryId );
+      out.text( "\"," );
+      if ( d != defaults.end() && d->vlanId == vlanId ) {
+         out = Cursor( writeEntry( out.at(), 0, d->entryId ) );
          ++d;
       }
-      if ( f != fEnd && f->vlanId == vlanId ) {
-         appendEntry( 1, f->entryId );
+      if ( f != frags.end() && f->vlanId == vlanId ) {
+         out = Cursor( writeEntry( out.at(), 1, f->entryId ) );
          ++f;
       }
-      rowText_ += fieldsText_;
+      out.text( fieldsText, fieldsSize );
    }
+   rowText_.resize( std::size_t( out.at() - rowText_.data() ) );
    output( rowText_ );
 }
 

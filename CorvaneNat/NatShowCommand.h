@@ -18,7 +18,9 @@
 //    "nextHop": <u64>,"multicast": <0|1>,},
 //
 // - One object per VLAN of an entry-id table row, VLANs ascending; the objects of one
-//   key follow each other. <key text> is the key's text form (NatHwKey::stringValue()).
+//   key follow each other. <key text> is the key's text form (NatHwKey::stringValue();
+//   a key type whose name is longer than 32 characters stops the process, see
+//   boundedCopy).
 //   <vlan> is the VLAN id in decimal, "*" for VLAN 0 (an entry that matches on every
 //   VLAN: source-side keys are installed once, without an ingress VLAN), and "none" for
 //   a row that holds no entry at all (its key got no TCAM room); such a row writes one
@@ -38,16 +40,21 @@
 //
 // Slicing. After each row the request asks shouldYield(); when told to yield it keeps
 // the row's key as its bookmark and returns; the framework runs the next slice later.
-// A slice that finds its bookmark gone from the table ends the output with "]". Rows
-// are walked bucket by bucket in the table's hash layout, and the walk resumes right
-// after the bookmark while the layout is unchanged: then no row is written twice and
-// none is skipped, rows removed between slices are not written, and rows inserted
+// A slice that finds its bookmark gone from the table ends the output with "]".
+// While the table keeps its hash layout the walk resumes right after the bookmark:
+// inserting and removing rows keep the order of the others, so no row is written twice
+// and none is skipped; rows removed between slices are not written, rows inserted
 // between slices are written when they land after the bookmark and missed otherwise.
 // When the layout changed between slices (the table grew past its load and rehashed,
-// or the worker built a new table), the walk starts over in the new layout but skips
-// every row that the earlier layouts had already walked (a row's bucket in an old
-// layout is a function of its key and that layout's bucket count), so again no row is
-// written twice and only rows inserted between slices may be missed.
+// or the worker built a new table) the order is a new one: the walk starts again from
+// the first row and skips every row that the earlier layouts had walked. The walk keeps
+// one bit per bucket of each layout for that (a bucket's rows follow each other in the
+// table's order, so every bucket it passed was walked whole, except the bookmark's,
+// whose keys up to the bookmark it records when it yields), and a row's bucket in a
+// layout is a function of its key and that layout's bucket count. So again no row is
+// written twice and only rows inserted between slices may be missed. A row passed over
+// counts as a unit of work like a row written (the slice may yield after it, with its
+// key as the bookmark), so a reordered table does not make a long slice.
 //
 // Traces ("ApiCorvane"): 0 for refused commands, 8 for the request's steps, 9 for each
 // row ("Iterating on: ").
@@ -61,12 +68,12 @@
 
 namespace Corvane {
 
-// Appends the `size` bytes of `value`, a value of fixed maximum size `bound` (a number
-// or an address in text), to `out`. A larger value means its formatting went wrong: the
-// process stops with "expected size <= <bound>, instead got <size>. Buffer is at
-// address: <address> with contents: <value>".
-void boundedCopy( std::string& out, char const* value, std::size_t size,
-                  std::size_t bound );
+// Copies the `size` bytes of `value`, a value of fixed maximum size `bound` (a number,
+// an address or a name in text), to `out` and returns the end of the copy. A larger
+// value stops the process with "expected size <= <bound>, instead got <size>. Buffer is
+// at address: <address> with contents: <value>": the writer sizes its text from the
+// bounds.
+char* boundedCopy( char* out, char const* value, std::size_t size, std::size_t bound );
 
 class NatSliceCommandRequestSm : public Agent::AgentAsyncCommandRequestSm {
 public:
@@ -95,40 +102,44 @@ private:
                                                Fwk::Clock::Ptr const& clock,
                                                NatWorkerSm::Ptr const& worker );
 
-   // A hash layout that the walk has finished with: the rows of buckets before `bucket`
-   // and the rows `written` of that bucket (up to the bookmark) were walked.
+   // A hash layout of the table as the walk saw it: the buckets it passed, and the
+   // bucket of the bookmark it left there with the keys of that bucket up to it.
    struct Layout {
-      std::size_t buckets;
-      std::size_t bucket;
-      std::vector<Oro::NatHwKey> written;
+      EntryIdTable::PtrConst table;  // held for the current layout only
+      std::size_t buckets = 0;
+      std::vector<bool> passed;
+      std::size_t bookmarkBucket = 0;
+      std::vector<Oro::NatHwKey> bookmarkBucketKeys;
    };
 
-   bool walkedBefore( Oro::NatHwKey const& key ) const;
+   void layoutIs( EntryIdTable const* table );
+   bool walked( Layout const& layout, Oro::NatHwKey const& key ) const;
+   bool walkedEarlier( Oro::NatHwKey const& key ) const;
    void yieldAt( EntryIdTable const& table, std::size_t bucket,
                  Oro::NatHwKey const& key );
+   // Records where the walk stands: at `key` of `bucket`.
+   void bookmarkBucketIs( EntryIdTable const& table, std::size_t bucket,
+                          Oro::NatHwKey const& key );
    void pipeLayoutIs();
    void writeRow( EntryIdTableEntry const& row, Oro::NatHwShadow const* shadow );
-   void appendEntry( U32 index, U32 entryId );
+   char* writeEntry( char* at, U32 index, U32 entryId ) const;
 
    NatWorkerSm::Ptr worker_;
    Oro::NatHwKey entryBookmark_;
 
-   // Where the walk stopped: the table and its bucket count when it yielded at
-   // walkBookmark_, and the keys of the bookmark's bucket up to and including it.
-   EntryIdTable::PtrConst walkTable_;
-   std::size_t walkBuckets_ = 0;
+   // The layout of the walk and the bookmark it yielded at; the layouts it walked
+   // before the table was reordered.
+   Layout layout_;
    Oro::NatHwKey walkBookmark_;
-   std::vector<Oro::NatHwKey> walkBucketKeys_;
-   // Earlier layouts, when the table was reordered between slices.
-   std::vector<Layout> walkedLayouts_;
+   std::vector<Layout> earlierLayouts_;
 
-   // The unit's pipes and copies per pipe, read at the start of each slice.
+   // The unit's copies of an entry per pipe, read at the start of each slice, whether
+   // an entry's places are written, and the most text an entry takes.
    std::vector<U32> copiesPerPipe_;
    bool pipeIds_ = false;
+   std::size_t entryTextMax_ = 0;
 
-   // Text buffers, reused from row to row.
-   std::string keyText_;
-   std::string fieldsText_;
+   // The text of a row, reused from row to row.
    std::string rowText_;
 };
 
