@@ -75,8 +75,11 @@ std::ostream& operator<<( std::ostream& os, EntryIdTableEntry const& entry );
 
 class EntryIdTable : public Fwk::PtrInterface {
    struct RowHash {
+      static std::size_t of( Oro::NatHwKey const& key ) noexcept {
+         return key.hash( Fwk::hashSeed() ^ 0xb987056bu );
+      }
       std::size_t operator()( EntryIdTableEntry const& row ) const noexcept {
-         return row.key().hash( Fwk::hashSeed() ^ 0xb987056bu );
+         return of( row.key() );
       }
    };
    struct RowKeyEqual {
@@ -108,6 +111,25 @@ public:
    const_iterator begin() const { return rows_.begin(); }
    const_iterator end() const { return rows_.end(); }
    const_iterator find( Oro::NatHwKey const& key ) const;
+
+   // The hash layout, for walks that resume after other work ran (the show command).
+   // The rows live in bucketCount() buckets, a key in bucket bucketOf( key,
+   // bucketCount() ) (its hash modulo the count, as the standard library places it);
+   // bucketBegin( b ) to bucketEnd( b ) walks bucket b. The rows of a bucket follow each
+   // other in the table's order. Inserting and removing rows keep the order of the other
+   // rows; a rehash as the table grows (bucketCount() changes) moves rows between
+   // buckets and reorders them.
+   typedef Rows::const_local_iterator const_local_iterator;
+   std::size_t bucketCount() const { return rows_.bucket_count(); }
+   static std::size_t bucketOf( Oro::NatHwKey const& key, std::size_t buckets ) {
+      return RowHash::of( key ) % buckets;
+   }
+   const_local_iterator bucketBegin( std::size_t bucket ) const {
+      return rows_.begin( bucket );
+   }
+   const_local_iterator bucketEnd( std::size_t bucket ) const {
+      return rows_.end( bucket );
+   }
 
 private:
    Rows rows_;
