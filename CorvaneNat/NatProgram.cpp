@@ -9,9 +9,6 @@
 
 namespace Corvane {
 
-namespace {
-
-// Whether a key needs a second entry for non-first fragments.
 bool needsFragEntry( Oro::NatHwKey const& key ) {
    bool const newPort =
        key.srcIpAndPortNew().port() != 0 || key.dstIpAndPortNew().port() != 0;
@@ -31,6 +28,8 @@ bool needsFragEntry( Oro::NatHwKey const& key ) {
          return false;
    }
 }
+
+namespace {
 
 bool allOnes( U64 nextHop ) {
    return nextHop == ~U64( 0 );

@@ -16,7 +16,7 @@
 //
 // The operations are split over sources by subsystem: NatWorkerSm.cpp (lifecycle),
 // NatCommit.cpp, NatProgram.cpp, NatDynamicProgram.cpp, NatDelete.cpp,
-// NatDescription.cpp.
+// NatDescription.cpp, NatFragment.cpp.
 
 #include <memory>
 #include <string>
@@ -39,6 +39,11 @@ namespace Corvane {
 // The hit-count key of a dynamic NAT key: (old source, new destination) of a source key,
 // (new destination, old source) of a destination key; all zero for other kinds.
 CorvaneNat::TcamHitCountKey tcamHitCountKeyFromHwKey( Oro::NatHwKey const& hwKey );
+
+// Whether a key needs a second entry per VLAN for non-first fragments (when fragment
+// handling is on): static keys with a new port, twice keys with an old and a new port,
+// dynamic keys always.
+bool needsFragEntry( Oro::NatHwKey const& hwKey );
 
 class NatWorkerSm : public CorvaneNat::WorkerSm {
 public:
@@ -116,6 +121,8 @@ public:
 
    // Transactions and programming.
    void doCommitHwConfig( CorvaneNat::Uid uid ) override;
+   // Adds or frees the fragment entries of every key after fragmentEnabled changed.
+   void handleFragment() override;
    bool doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hwKey0,
                    Oro::NatHwData const& data, U16 vlanId );
    void doProgramEntry( U32 entryId, bool reinstall, bool fragEntry,
