@@ -61,8 +61,13 @@ Reactor::Reactor( Entity const* notifier )
 }
 
 Reactor::~Reactor() {
+   detach();
+}
+
+void Reactor::detach() {
    if ( notifier_ ) {
       notifier_->reactorDel( this );
+      notifier_ = nullptr;
    }
 }
 

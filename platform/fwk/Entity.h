@@ -116,6 +116,9 @@ public:
 protected:
    // Registers with the notifier, which must outlive the reactor (ReactorOn holds it).
    explicit Reactor( Entity const* notifier );
+   // Unregisters from the entity now (a subclass that holds the entity does so before
+   // it lets go of it).
+   void detach();
 
 private:
    friend class Entity;
@@ -131,6 +134,8 @@ class ReactorOn : public Reactor {
 public:
    ReactorOn( Fwk::Ptr<E> const& notifier, Owner* owner )
        : Reactor( notifier.ptr() ), notifier_( notifier ), owner_( owner ) {}
+   // Leaves the entity before letting go of it: the reactor may hold its last reference.
+   ~ReactorOn() override { detach(); }
 
    E* notifier() const { return notifier_.ptr(); }
    Owner* owner() const { return owner_; }

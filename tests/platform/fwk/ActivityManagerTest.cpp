@@ -125,6 +125,13 @@ TEST_F( ActivityManagerTest, AReactorSeesOnlyChangesMadeAfterItWasCreated ) {
    EXPECT_EQ( log, ( Log{ "early:a.item[1]", "early:a.item[2]", "late:a.item[2]" } ) );
 }
 
+TEST_F( ActivityManagerTest, AReactorMayHoldTheLastReferenceToItsEntity ) {
+   auto r =
+       std::make_unique<Recorder>( Counter::Ptr( new Counter( "only" ) ), &log, "r" );
+   r.reset();  // leaves the entity before releasing it (the sanitizer build checks)
+   SUCCEED();
+}
+
 TEST_F( ActivityManagerTest, PostedCallsRunInOrderWithChanges ) {
    Counter::Ptr a( new Counter( "a" ) );
    Recorder r( a, &log, "r" );
