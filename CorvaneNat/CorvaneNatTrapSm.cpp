@@ -567,7 +567,9 @@ bool TrapSm::programImplicitDenyEntry() {
                  "Implicit deny acl rule could not be programmed." );
       return false;
    }
-   // Shared by every ACL: remembered apart from the rows.
+   // Shared by every ACL: remembered apart from the rows. A second request replaces
+   // the remembered entry; the one it replaces goes back once the new one is in place.
+   U32 const replaced = implicitDenyEntryId();
    implicitDenyEntryIdIs( entryId );
 
    Shim::Sdk& sdk = *Shim::sdk_;
@@ -585,6 +587,9 @@ bool TrapSm::programImplicitDenyEntry() {
                                          sdk.bcmFieldQualifyExactMatchHitStatus, 1, 1 ) );
    setSkipEvxltAction( modId(), entryId );
    installTrapEntry( entryId, implicitDenyPriority );
+   if ( replaced ) {
+      entryManager()->releaseEntry( unit(), replaced );
+   }
    return true;
 }
 

@@ -121,6 +121,7 @@ NatWorkerSm::~NatWorkerSm() {
    tcamCountersPollingTaskDel();
    entryIdTableDel();
    capacitySmDel();
+   trapSmDel();
 }
 
 CorvaneCommonSmData const* NatWorkerSm::commonSmData() const {
@@ -166,6 +167,19 @@ void NatWorkerSm::capacitySmIs( OroCapacity::TableCapacity::Ptr const& tableCapa
                                 CorvaneTcamEntryManager::Ptr const& entryManager ) {
    capacitySm_ =
        NatCapacitySmIs( tableCapacity, clock, commonSmData, entryIdTable, entryManager );
+}
+
+void NatWorkerSm::trapSmIs( CorvaneCentral::ModId modId,
+                            Oro::NatTrapConfig::PtrConst const& trapConfig,
+                            CorvaneTcamGroupManager::Ptr const& tcamGroupManager ) {
+   trapSm_ = CorvaneNat::TrapSmIs( modId, trapConfig, tcamGroupManager );
+}
+
+void NatWorkerSm::trapSmDel() {
+   if ( trapSm_ ) {
+      trapSm_->hasNotificationActiveIs( false );
+   }
+   trapSm_ = nullptr;
 }
 
 void NatWorkerSm::capacitySmDel() {
@@ -217,6 +231,9 @@ void NatWorkerSm::handleInitialized() {
       return;
    }
    doConfigureHardwareFields( modId(), mcastTranslationModeStatus() );
+   if ( !CorvaneNat::getNatChipAttr().noNatTrapFilters ) {
+      trapSmIs( modId(), trapConfig(), tcamGroupManager_ );
+   }
    entryIdTableIs();
    CorvaneTcamEntryManager::Ptr entryManager =
        tcamGroupManager()->unboundedEntryManager( natTcamGroupAssignment );
@@ -265,6 +282,9 @@ void NatWorkerSm::hasNotificationActiveIs( bool active ) {
    }
    if ( capacitySm_ ) {
       capacitySm_->hasNotificationActiveIs( active );
+   }
+   if ( trapSm_ ) {
+      trapSm_->hasNotificationActiveIs( active );
    }
 }
 

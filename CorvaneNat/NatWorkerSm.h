@@ -21,6 +21,7 @@
 #include <memory>
 #include <string>
 
+#include "CorvaneNat/CorvaneNatTrapSm.h"
 #include "CorvaneNat/EntryIdTable.h"
 #include "CorvaneNat/NatCapacitySm.h"
 #include "platform/agent/TableCapacity.h"
@@ -96,6 +97,13 @@ public:
    void tcamCountersPollingIntervalIs( Fwk::Seconds interval ) {
       tcamCountersPollingInterval_ = interval;
    }
+
+   CorvaneNat::TrapSm* trapSm() const { return trapSm_.ptr(); }
+   // Creates the trap state machine (notifications on) and keeps it.
+   void trapSmIs( CorvaneCentral::ModId modId,
+                  Oro::NatTrapConfig::PtrConst const& trapConfig,
+                  CorvaneTcamGroupManager::Ptr const& tcamGroupManager );
+   void trapSmDel();
 
    NatCapacitySm* capacitySm() const { return capacitySm_.ptr(); }
    // Creates the capacity state machine (notifications on) and keeps it.
@@ -198,6 +206,7 @@ private:
    CorvaneNat::TcamHitCountStatus::Ptr tcamHitCountStatus_;
    EntryIdTable::Ptr entryIdTable_;
    NatCapacitySm::Ptr capacitySm_;
+   CorvaneNat::TrapSm::Ptr trapSm_;
    bool hitlessInitPhase_ = false;
    bool tcamFlashDownloadReqL3StatusComplete_ = false;
    Fwk::Seconds tcamCountersPollingInterval_ = 10.0;

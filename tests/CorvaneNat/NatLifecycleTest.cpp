@@ -136,3 +136,38 @@ TEST_F( NatLifecycle, AModuleReportedTwiceKeepsItsWorker ) {
 }
 
 }  // namespace
+
+namespace {
+
+class NatTrapFilters : public NatTest::NatFixture {
+protected:
+   void acl( bool implicitDeny ) {
+      natsim::TrapAclStep step;
+      step.name = "inside";
+      step.vlan = 10;
+      step.implicitDeny = implicitDeny;
+      upstream->trapAcl( step );
+      loop().runUntilIdle();
+   }
+};
+
+TEST_F( NatTrapFilters, AWorkerProgramsTrapAclsUnlessTheChipTakesNone ) {
+   start();
+   acl( true );
+   ASSERT_TRUE( worker()->trapSm() );
+   // One rule: without hit (1), with hit after its SYN, FIN and RST entries (4), and the
+   // implicit deny.
+   EXPECT_EQ( chipEntries(), 6u );
+   acl( true );  // re-published: released and allocated again, nothing left behind
+   EXPECT_EQ( chipEntries(), 6u );
+   EXPECT_EQ( worker()->natEntryManager()->entriesAllocated( 1 ), 6u );
+
+   TearDown();
+   chip.trapFilters = false;
+   start();
+   acl( true );
+   EXPECT_FALSE( worker()->trapSm() );
+   EXPECT_EQ( chipEntries(), 0u );
+}
+
+}  // namespace
