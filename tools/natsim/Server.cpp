@@ -35,31 +35,6 @@ void onStopSignal( int ) {
    errno = saved;
 }
 
-// Sets SIGINT and SIGTERM to stop the server for the life of the object.
-class StopSignals {
-public:
-   explicit StopSignals( int wakeFd ) {
-      signalWakeFd = wakeFd;
-      struct sigaction action;
-      std::memset( &action, 0, sizeof( action ) );
-      action.sa_handler = onStopSignal;
-      sigemptyset( &action.sa_mask );
-      ::sigaction( SIGINT, &action, &previousInt_ );
-      ::sigaction( SIGTERM, &action, &previousTerm_ );
-   }
-   ~StopSignals() {
-      ::sigaction( SIGINT, &previousInt_, nullptr );
-      ::sigaction( SIGTERM, &previousTerm_, nullptr );
-      signalWakeFd = -1;
-   }
-   StopSignals( StopSignals const& ) = delete;
-   StopSignals& operator=( StopSignals const& ) = delete;
-
-private:
-   struct sigaction previousInt_;
-   struct sigaction previousTerm_;
-};
-
 bool fillAddress( std::string const& path, sockaddr_un* address ) {
    std::memset( address, 0, sizeof( *address ) );
    address->sun_family = AF_UNIX;
@@ -113,6 +88,31 @@ std::string systemError( std::string const& what ) {
 
 }  // namespace
 
+// Sets SIGINT and SIGTERM to stop the server for the life of the object.
+class Server::StopSignals {
+public:
+   explicit StopSignals( int wakeFd ) {
+      signalWakeFd = wakeFd;
+      struct sigaction action;
+      std::memset( &action, 0, sizeof( action ) );
+      action.sa_handler = onStopSignal;
+      sigemptyset( &action.sa_mask );
+      ::sigaction( SIGINT, &action, &previousInt_ );
+      ::sigaction( SIGTERM, &action, &previousTerm_ );
+   }
+   ~StopSignals() {
+      ::sigaction( SIGINT, &previousInt_, nullptr );
+      ::sigaction( SIGTERM, &previousTerm_, nullptr );
+      signalWakeFd = -1;
+   }
+   StopSignals( StopSignals const& ) = delete;
+   StopSignals& operator=( StopSignals const& ) = delete;
+
+private:
+   struct sigaction previousInt_;
+   struct sigaction previousTerm_;
+};
+
 struct Server::Connection {
    int fd = -1;
    // The request as it arrives, until its line is complete.
@@ -134,6 +134,7 @@ Server::Server( Simulation& simulation, std::string socketPath )
     : simulation_( simulation ), path_( std::move( socketPath ) ) {}
 
 Server::~Server() {
+   signals_.reset();  // before the wake pipe closes
    for ( auto& c : connections_ ) {
       drop( *c );
    }
@@ -141,10 +142,11 @@ Server::~Server() {
    if ( listener_ >= 0 ) {
       ::close( listener_ );
    }
+   std::string const& file = published_ ? path_ : temporary_;
    struct stat st;
-   if ( bound_ && ::lstat( path_.c_str(), &st ) == 0 && st.st_dev == device_ &&
+   if ( bound_ && ::lstat( file.c_str(), &st ) == 0 && st.st_dev == device_ &&
         st.st_ino == inode_ ) {
-      ::unlink( path_.c_str() );
+      ::unlink( file.c_str() );
    }
    for ( int fd : wake_ ) {
       if ( fd >= 0 ) {
@@ -154,9 +156,10 @@ Server::~Server() {
 }
 
 bool Server::listen( std::string* error ) {
-   // Bound under a temporary name and renamed once listening, so that the socket file
-   // appears only when connections are accepted, with its mode already 0600.
-   std::string const temporary = path_ + "." + std::to_string( ::getpid() );
+   // Bound under a temporary name and renamed when serving starts, so that the socket
+   // file appears only when connections are served, with its mode already 0600.
+   temporary_ = path_ + "." + std::to_string( ::getpid() );
+   std::string const& temporary = temporary_;
    sockaddr_un address;
    if ( !fillAddress( path_, &address ) || !fillAddress( temporary, &address ) ) {
       *error = path_ + ": not a usable socket path (empty, or too long for a socket)";
@@ -192,21 +195,33 @@ bool Server::listen( std::string* error ) {
       *error = systemError( temporary );
       return false;
    }
-   if ( ::chmod( temporary.c_str(), 0600 ) != 0 || ::listen( listener_, 64 ) != 0 ||
-        ::rename( temporary.c_str(), path_.c_str() ) != 0 ||
-        ::lstat( path_.c_str(), &st ) != 0 ) {
-      *error = systemError( path_ );
-      ::unlink( temporary.c_str() );
-      return false;
-   }
+   bound_ = ::lstat( temporary.c_str(), &st ) == 0;
    device_ = st.st_dev;
    inode_ = st.st_ino;
-   bound_ = true;
+   if ( !bound_ || ::chmod( temporary.c_str(), 0600 ) != 0 ||
+        ::listen( listener_, 64 ) != 0 ) {
+      *error = systemError( temporary );
+      return false;
+   }
    return true;
 }
 
-void Server::serve() {
-   StopSignals signals( wake_[1] );
+bool Server::publish( std::string* error ) {
+   signals_ = std::make_unique<StopSignals>( wake_[1] );
+   // The path was free when listen() looked; a server may have come since.
+   if ( somethingListens( path_ ) ) {
+      *error = path_ + ": another server listens there";
+      return false;
+   }
+   if ( ::rename( temporary_.c_str(), path_.c_str() ) != 0 ) {
+      *error = systemError( path_ );
+      return false;
+   }
+   published_ = true;
+   return true;
+}
+
+bool Server::serve( std::string* error ) {
    std::vector<pollfd> fds;
    while ( !stopping_ ) {
       fds.clear();
@@ -224,8 +239,8 @@ void Server::serve() {
       }
       int const ready = ::poll( fds.data(), fds.size(), pollTimeout() );
       if ( ready < 0 && errno != EINTR ) {
-         std::perror( "natsim: poll" );
-         break;
+         *error = systemError( "poll" );
+         return false;
       }
       if ( ready > 0 ) {
          if ( fds[0].revents ) {
@@ -264,6 +279,7 @@ void Server::serve() {
          }
       }
    }
+   return true;
 }
 
 int Server::pollTimeout() {

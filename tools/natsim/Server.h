@@ -41,15 +41,20 @@ public:
    Server( Server const& ) = delete;
    Server& operator=( Server const& ) = delete;
 
-   // Creates the socket file, mode 0600, and listens on it; a stale socket file is
-   // replaced. False, with the reason, when the path is too long, is taken by another
+   // Makes the socket, mode 0600, under a temporary name next to the path (the path,
+   // "." and the process id), and listens on it; a stale socket file at the path is
+   // removed. False, with the reason, when the path is too long, is taken by another
    // kind of file or by a server that still answers, or the socket cannot be made.
    bool listen( std::string* error );
-   // Serves until SIGINT or SIGTERM, which it handles while it runs.
-   void serve();
+   // Renames the socket to its path, where clients find it, and handles SIGINT and
+   // SIGTERM from then on. False, with the reason, when the path was taken meanwhile.
+   bool publish( std::string* error );
+   // Serves until SIGINT or SIGTERM. False, with the reason, when poll() fails.
+   bool serve( std::string* error );
 
 private:
    struct Connection;
+   class StopSignals;
 
    void acceptAll();
    void receive( Connection& c );
@@ -77,10 +82,14 @@ private:
    std::string path_;
    int listener_ = -1;
    int wake_[2] = { -1, -1 };
+   std::string temporary_;
    // The socket file's identity, so that only our own file is removed.
    dev_t device_ = 0;
    ino_t inode_ = 0;
    bool bound_ = false;
+   // The socket file is at the path (else at the temporary name).
+   bool published_ = false;
+   std::unique_ptr<StopSignals> signals_;
    bool stopping_ = false;
    std::vector<std::unique_ptr<Connection>> connections_;
 };

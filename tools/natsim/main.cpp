@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <sstream>
 
 #include "platform/fwk/Trace.h"
@@ -119,6 +120,16 @@ int main( int argc, char** argv ) {
       std::cerr << "natsim: " << problem << "\n";
       return 1;
    }
+   // The socket is made before the scenario plays, so that a path that cannot serve
+   // is reported at once; it takes its path when serving starts.
+   std::unique_ptr<natsim::Server> server;
+   if ( serve->parsed() ) {
+      server = std::make_unique<natsim::Server>( simulation, socket );
+      if ( !server->listen( &problem ) ) {
+         std::cerr << "natsim: " << problem << "\n";
+         return 1;
+      }
+   }
    simulation.play();
    auto result = simulation.result();
    if ( json ) {
@@ -127,16 +138,18 @@ int main( int argc, char** argv ) {
       std::cout << "natsim: played " << name << "\n" << natsim::readableReport( result );
    }
    std::cout << std::flush;
-   if ( !serve->parsed() ) {
+   if ( !server ) {
       return 0;
    }
    simulation.followRealTime();
-   natsim::Server server( simulation, socket );
-   if ( !server.listen( &problem ) ) {
+   if ( !server->publish( &problem ) ) {
       std::cerr << "natsim: " << problem << "\n";
       return 1;
    }
    std::cerr << "natsim: serving on " << socket << " (SIGINT or SIGTERM stops)\n";
-   server.serve();
+   if ( !server->serve( &problem ) ) {
+      std::cerr << "natsim: " << problem << "\n";
+      return 1;
+   }
    return 0;
 }
