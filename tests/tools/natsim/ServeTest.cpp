@@ -15,6 +15,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -255,7 +256,7 @@ private:
 };
 
 std::string const twoRules = R"({
-   "chip": { "modules": { "1": 1 } },
+   "chip": { "modules": { "1": 1 }, "tcamEntries": 2 },
    "steps": [
      { "natRule": { "uid": 4, "key": { "type": 1, "srcOld": "10.0.0.1" } } },
      { "packet": { "src": "10.0.0.1" } }
@@ -281,6 +282,11 @@ TEST( Serve, MakesAPrivateSocketAndRemovesItWhenStopped ) {
    ASSERT_TRUE( again.ready() ) << again.errors();
    EXPECT_EQ( again.stop( SIGINT ), 0 ) << again.errors();
    EXPECT_FALSE( exists( again.socket() ) );
+   for ( auto const& entry : std::filesystem::directory_iterator( dir.path() ) ) {
+      EXPECT_EQ( entry.path().filename().string().rfind( "natsim.sock", 0 ),
+                 std::string::npos )
+          << "left behind: " << entry.path();
+   }
    EXPECT_EQ( again.output().rfind( "natsim: played ", 0 ), 0u )
        << "the scenario's report comes first, as with run";
 }
@@ -313,6 +319,12 @@ TEST( Serve, PlaysStepsAfterTheScenarioAnsweringWithTheirRecords ) {
    EXPECT_EQ( packet["packets"][0]["entry"], 2 );
    EXPECT_TRUE( packet["journal"].empty() ) << "a lookup calls nothing";
 
+   json full = askStep( path, natRule( 6, "10.0.0.3" ) );
+   EXPECT_EQ( full["answers"][0]["result"], 2 ) << "two entries, both taken";
+   ASSERT_EQ( full["events"].size(), 1u );
+   EXPECT_EQ( full["events"][0]["name"], "TEST_PLUGIN_FULL" );
+   EXPECT_EQ( full["events"][0]["step"], 4 );
+
    json removal = askStep( path, natRule( 4, "10.0.0.1", "natRuleRemove" ) );
    EXPECT_EQ( removal["answers"][0]["uid"], 4 );
    EXPECT_EQ( removal["journal"].back()["call"], "releaseEntry" );
@@ -321,13 +333,13 @@ TEST( Serve, PlaysStepsAfterTheScenarioAnsweringWithTheirRecords ) {
    json verify = askStep( path, R"({"verify": 1})" );
    ASSERT_EQ( verify["events"].size(), 1u );
    EXPECT_EQ( verify["events"][0]["name"], "TEST_PLUGIN_VERIFIED" );
-   EXPECT_EQ( verify["events"][0]["step"], 5 );
+   EXPECT_EQ( verify["events"][0]["step"], 6 );
 
    json show = askStep( path, R"({"show": "ShowTest"})" );
    EXPECT_EQ( show["show"][0]["output"], "[{\"uid\": 5, \"entry\": 2},]" );
 
-   json full = askStep( path, natRule( 6, "10.0.0.3" ) );
-   EXPECT_EQ( full["answers"][0]["result"], 1 ) << "room is left after the removal";
+   json room = askStep( path, natRule( 7, "10.0.0.4" ) );
+   EXPECT_EQ( room["answers"][0]["result"], 1 ) << "the removal made room";
    EXPECT_EQ( server.stop(), 0 );
 }
 
