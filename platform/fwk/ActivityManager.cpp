@@ -132,6 +132,22 @@ std::size_t ActivityManager::runUntilIdle() {
    return done;
 }
 
+std::size_t ActivityManager::runTurn() {
+   FWK_ASSERT_TEXT( !running_, "the event loop does not run inside a reaction" );
+   running_ = true;
+   ActivityLock::instance().take();
+   std::size_t done = 0;
+   for ( std::size_t queued = queue_.size(); done < queued; ++done ) {
+      deliverOne();
+   }
+   if ( done == 0 && fireOneDue( clock_->now() ) ) {
+      done = 1;
+   }
+   ActivityLock::instance().give();
+   running_ = false;
+   return done;
+}
+
 void ActivityManager::runUntil( Seconds t ) {
    runUntilIdle();
    for ( ;; ) {

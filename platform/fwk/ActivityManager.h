@@ -98,6 +98,12 @@ public:
    // Delivers every queued change and fires every timer due now, until nothing is left
    // to do at the current time. Returns the number of deliveries and timer runs.
    std::size_t runUntilIdle();
+   // One turn of the loop, for a host that does other work between turns (a server
+   // polling its sockets): delivers the changes and calls queued when the turn begins
+   // (what they queue waits for the next turn) or, when none were queued, fires the
+   // earliest timer due now. Turns taken until none does anything run everything in
+   // the order runUntilIdle() would. Returns the number of deliveries and timer runs.
+   std::size_t runTurn();
    // As runUntilIdle(), then moves time on to `t`, firing timers as they fall due.
    void runUntil( Seconds t );
    void advance( Seconds dt ) { runUntil( clock_->now() + dt ); }

@@ -756,7 +756,12 @@ std::string ScenarioError::what() const {
    return path.empty() ? message : path + ": " + message;
 }
 
-bool parseScenario( std::string const& text, Scenario* out, ScenarioError* error ) {
+namespace {
+
+// Parses `text` as JSON and reads the document with `read`, turning the first fault
+// into `*error`.
+template <class Read>
+bool parseWith( std::string const& text, ScenarioError* error, Read read ) {
    DuplicateFinder finder;
    json document;
    try {
@@ -773,12 +778,26 @@ bool parseScenario( std::string const& text, Scenario* out, ScenarioError* error
       return false;
    }
    try {
-      *out = readScenario( document );
+      read( document );
    } catch ( Fault const& fault ) {
       *error = ScenarioError{ fault.path, fault.message };
       return false;
    }
    return true;
+}
+
+}  // namespace
+
+bool parseScenario( std::string const& text, Scenario* out, ScenarioError* error ) {
+   return parseWith( text, error,
+                     [out]( json const& document ) { *out = readScenario( document ); } );
+}
+
+bool parseStep( std::string const& text, ChipConfig const& chip, Step* out,
+                ScenarioError* error ) {
+   return parseWith( text, error, [out, &chip]( json const& document ) {
+      *out = readStep( document, "", chip );
+   } );
 }
 
 }  // namespace natsim

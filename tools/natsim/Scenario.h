@@ -204,4 +204,11 @@ struct ScenarioError {
 // first fault fills `*error`, leaves `*out` as it was and returns false.
 bool parseScenario( std::string const& text, Scenario* out, ScenarioError* error );
 
+// Reads one step in `text`, written as an element of a scenario's "steps"
+// ({"natRule": {...}}), with the defaults it would get in a scenario on `chip`. Faults
+// are found as by parseScenario(); their paths start at the step's name
+// ("natRule.key.srcOld"), and a fault of the step as a whole has an empty path.
+bool parseStep( std::string const& text, ChipConfig const& chip, Step* out,
+                ScenarioError* error );
+
 }  // namespace natsim

@@ -19,7 +19,8 @@ Fwk::Ptr<T> publish( Orrery::EntityManager& db, std::string const& path,
 SimPlatform::SimPlatform( std::string const& agentName, ChipConfig const& chip,
                           NatConfig const& nat )
     : config_( chip ),
-      scope_( Fwk::Clock::Ptr( new Fwk::VirtualClock ) ),
+      clock_( new SimClock ),
+      scope_( clock_ ),
       chip_( Chip::ChipModel::ChipModelIs() ),
       sdk_( chip_ ),
       tcamManager_(

@@ -2,7 +2,7 @@
 
 // The platform natsim builds for a scenario: the chip, the SDK shim, the TCAM managers,
 // the chip-common data, the state database and the shared-memory tables of one agent,
-// made current for the process (event loop on a virtual clock, SDK shim, agent context).
+// made current for the process (event loop on natsim's clock, SDK shim, agent context).
 //
 // One SimPlatform exists at a time; it installs itself on construction and uninstalls
 // on destruction. Everything the plug-in reaches goes through these objects, so the
@@ -22,6 +22,7 @@
 #include "platform/nat/TcamHitCountStatus.h"
 #include "platform/tcam/CorvaneTcamGroupManager.h"
 #include "tools/natsim/Scenario.h"
+#include "tools/natsim/SimClock.h"
 
 namespace natsim {
 
@@ -37,6 +38,8 @@ public:
    SimPlatform& operator=( SimPlatform const& ) = delete;
 
    Fwk::ActivityManager& loop() { return scope_.manager(); }
+   // The loop's clock: virtual until it is handed over to real time.
+   SimClock& clock() { return *clock_; }
    Agent::AgentContext& agent() { return agent_; }
    Chip::ChipModel& chip() { return *chip_; }
    Corvane::CorvaneTcamGroupManager& tcamManager() { return *tcamManager_; }
@@ -56,6 +59,7 @@ private:
    void unitIs( U16 unit );
 
    ChipConfig config_;
+   SimClock::Ptr clock_;
    Fwk::ScopedActivityManager scope_;
    Chip::ChipModel::Ptr chip_;
    Shim::Sdk sdk_;

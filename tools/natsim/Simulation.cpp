@@ -129,10 +129,16 @@ bool Simulation::start( std::string* error ) {
    platform_ =
        std::make_unique<SimPlatform>( scenario_.agent, scenario_.chip, scenario_.nat );
    Fwk::logSinkIs( [this]( Fwk::LogRecord const& record ) {
+      if ( !recording_ ) {
+         return;
+      }
       events_.push_back(
           { { "step", step_ }, { "name", record.name }, { "message", record.message } } );
    } );
    upstream_ = std::make_unique<Upstream>( *platform_, [this]( Answer const& answer ) {
+      if ( !recording_ ) {
+         return;
+      }
       answers_.push_back( { { "step", step_ },
                             { "module", answer.module },
                             { "uid", answer.uid },
@@ -171,6 +177,48 @@ void Simulation::playStep( std::size_t index ) {
    journalStart_.push_back( Chip::journal().size() );
    std::visit( StepPlayer{ *this }, scenario_.steps[index] );
    platform_->loop().runUntilIdle();
+}
+
+void Simulation::recordingIs( bool recording ) {
+   recording_ = recording;
+   Chip::journal().enabledIs( recording );
+}
+
+void Simulation::followRealTime() {
+   platform_->clock().followRealTime();
+   recordingIs( false );
+}
+
+Simulation::Json Simulation::playOne( Step step ) {
+   std::size_t const index = scenario_.steps.size();
+   scenario_.steps.push_back( std::move( step ) );
+   constexpr std::size_t count = 5;
+   Json* const arrays[count] = { &answers_, &events_, &show_, &packets_, &problems_ };
+   std::size_t before[count];
+   for ( std::size_t i = 0; i < count; ++i ) {
+      before[i] = arrays[i]->size();
+   }
+   bool const recording = recording_;
+   recordingIs( true );
+   playStep( index );
+   recordingIs( recording );
+
+   // The records this step appended, in the order of the result document.
+   auto fromStep = [&]( std::size_t i ) {
+      Json const& all = *arrays[i];
+      return Json( all.begin() + static_cast<std::ptrdiff_t>( before[i] ), all.end() );
+   };
+   Json out = Json::object();
+   out["step"] = index;
+   out["kind"] = stepKindName( scenario_.steps[index] );
+   out["answers"] = fromStep( 0 );
+   out["events"] = fromStep( 1 );
+   out["journal"] = journalRecords( journalStart_[index], Chip::journal().size(),
+                                    static_cast<int>( index ) );
+   out["show"] = fromStep( 2 );
+   out["packets"] = fromStep( 3 );
+   out["problems"] = fromStep( 4 );
+   return out;
 }
 
 void Simulation::problem( std::string message ) {
@@ -227,13 +275,24 @@ void Simulation::verify( VerifyStep const& step ) {
 
 Simulation::Json Simulation::journalResult() const {
    Json out = Json::array();
-   auto const& records = Chip::journal().records();
-   std::size_t nextStep = 0;
-   int step = -1;
-   for ( std::size_t i = 0; i < records.size(); ++i ) {
-      while ( nextStep < journalStart_.size() && journalStart_[nextStep] <= i ) {
-         step = static_cast<int>( nextStep++ );
+   // Step k's records run from journalStart_[k] to the next step's start.
+   std::size_t first = 0;
+   for ( std::size_t k = 0; k <= journalStart_.size(); ++k ) {
+      std::size_t const end =
+          k < journalStart_.size() ? journalStart_[k] : Chip::journal().size();
+      for ( auto& record : journalRecords( first, end, static_cast<int>( k ) - 1 ) ) {
+         out.push_back( std::move( record ) );
       }
+      first = end;
+   }
+   return out;
+}
+
+Simulation::Json Simulation::journalRecords( std::size_t first, std::size_t end,
+                                             int step ) const {
+   Json out = Json::array();
+   auto const& records = Chip::journal().records();
+   for ( std::size_t i = first; i < end; ++i ) {
       Chip::JournalRecord const& r = records[i];
       Json record = { { "step", step }, { "call", r.call }, { "unit", r.unit } };
       if ( r.hasEntry ) {

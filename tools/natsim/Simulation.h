@@ -6,6 +6,10 @@
 //
 // Every record carries the index of the step that caused it; records made while the
 // agent starts, before the first step, carry -1.
+//
+// A server goes on after the scenario: followRealTime() hands the clock over to real
+// time, and playOne() plays one step more at a time. From then on records are kept only
+// while a step plays; what timers do between steps is not recorded.
 
 #include <nlohmann/json.hpp>
 
@@ -43,6 +47,21 @@ public:
    void play();
    Json result() const;
 
+   // After play(): the clock follows real time from where the scenario left it.
+   void followRealTime();
+   // Plays `step` after the steps played so far, with the next index. Returns what it
+   // recorded: {"step": index, "kind": name, "answers": [...], "events": [...],
+   // "journal": [...], "show": [...], "packets": [...], "problems": [...]}, each array
+   // the result document's array restricted to this step's records.
+   Json playOne( Step step );
+
+   // The scenario's chip (a step read alone takes its defaults from it).
+   ChipConfig const& chip() const { return scenario_.chip; }
+   Fwk::ActivityManager& loop() { return platform_->loop(); }
+   // The plug-in's command callback; null when the plug-in offers none.
+   Agent::AgentCommandCallback* commandCallback() const { return callback_.ptr(); }
+   std::string const& callbackType() const { return options_.callbackType; }
+
 private:
    struct StepPlayer;
    void playStep( std::size_t index );
@@ -54,6 +73,8 @@ private:
    Json capacityResult() const;
    Json hitCountResult() const;
    Json journalResult() const;
+   Json journalRecords( std::size_t first, std::size_t end, int step ) const;
+   void recordingIs( bool recording );
 
    Scenario scenario_;
    Options options_;
@@ -62,6 +83,8 @@ private:
    CorvaneLib::MounterBase::Ptr mounter_;
    Agent::AgentCommandCallback::Ptr callback_;
    int step_ = -1;
+   // False: log events, answers and SDK calls are not recorded.
+   bool recording_ = true;
    Json answers_ = Json::array();
    Json events_ = Json::array();
    Json show_ = Json::array();

@@ -6,11 +6,14 @@
 
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <sstream>
 
 #include "platform/fwk/Trace.h"
+#include "tools/natsim/Client.h"
 #include "tools/natsim/Report.h"
 #include "tools/natsim/Scenario.h"
+#include "tools/natsim/Server.h"
 #include "tools/natsim/Simulation.h"
 
 namespace natsim {
@@ -60,14 +63,39 @@ int main( int argc, char** argv ) {
                    "the plug-in's command callback type" )
        ->capture_default_str();
    std::string file;
+   std::string socket;
    CLI::App* run = app.add_subcommand( "run", "play the scenario in FILE" );
    run->add_option( "FILE", file, "the scenario (JSON)" )->required();
-   run->fallthrough(); // the options above may follow the command
+   run->fallthrough();  // the options above may follow the command
+   CLI::App* serve = app.add_subcommand(
+       "serve",
+       "play the scenario in FILE as run does (natsim's --plugin, --mounter, "
+       "--callback, --trace and --json apply), then keep the agent running, its clock "
+       "now following real time, and answer requests on a Unix socket until SIGINT or "
+       "SIGTERM. A request is one line: a step as JSON (played at once, answered with "
+       "one line, the JSON of the records it made) or a command for the plug-in "
+       "(answered with its output). A faulty request gets {\"error\":\"...\"}. See "
+       "docs/scenario.md, \"Serving\"." );
+   serve->add_option( "FILE", file, "the scenario (JSON)" )->required();
+   serve->add_option( "--socket", socket, "the socket file to create (mode 0600)" )
+       ->required();
+   serve->fallthrough();
+   std::string command = "ShowCorvaneNatSlice";
+   CLI::App* show = app.add_subcommand(
+       "show",
+       "run a command on a natsim server (natsim serve) and print its output as it "
+       "comes; exits 1, with the reason on stderr, when nothing listens on the socket "
+       "or the server refuses the command" );
+   show->add_option( "--socket", socket, "the server's socket file" )->required();
+   show->add_option( "--command", command, "the command to run" )->capture_default_str();
    CLI11_PARSE( app, argc, argv );
 
+   if ( show->parsed() ) {
+      return natsim::showCommand( socket, command );
+   }
    std::string text;
    std::string name = "demo";
-   if ( run->parsed() ) {
+   if ( run->parsed() || serve->parsed() ) {
       name = file;
       if ( !readFile( file, &text ) ) {
          std::cerr << "natsim: " << file << ": cannot be read\n";
@@ -92,12 +120,36 @@ int main( int argc, char** argv ) {
       std::cerr << "natsim: " << problem << "\n";
       return 1;
    }
+   // The socket is made before the scenario plays, so that a path that cannot serve
+   // is reported at once; it takes its path when serving starts.
+   std::unique_ptr<natsim::Server> server;
+   if ( serve->parsed() ) {
+      server = std::make_unique<natsim::Server>( simulation, socket );
+      if ( !server->listen( &problem ) ) {
+         std::cerr << "natsim: " << problem << "\n";
+         return 1;
+      }
+   }
    simulation.play();
    auto result = simulation.result();
    if ( json ) {
       std::cout << result.dump( 2 ) << "\n";
    } else {
       std::cout << "natsim: played " << name << "\n" << natsim::readableReport( result );
+   }
+   std::cout << std::flush;
+   if ( !server ) {
+      return 0;
+   }
+   simulation.followRealTime();
+   if ( !server->publish( &problem ) ) {
+      std::cerr << "natsim: " << problem << "\n";
+      return 1;
+   }
+   std::cerr << "natsim: serving on " << socket << " (SIGINT or SIGTERM stops)\n";
+   if ( !server->serve( &problem ) ) {
+      std::cerr << "natsim: " << problem << "\n";
+      return 1;
    }
    return 0;
 }

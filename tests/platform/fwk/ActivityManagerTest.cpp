@@ -274,4 +274,56 @@ TEST_F( ActivityManagerTest, ChangesMadeByATimerRunAreDeliveredBeforeTheNextTime
    EXPECT_EQ( log, ( Log{ "r:a.value=1", "r:a.value=2" } ) );
 }
 
+TEST_F( ActivityManagerTest, ATurnRunsWhatWasQueuedWhenItBeganAndLeavesTheRest ) {
+   Counter::Ptr a( new Counter( "a" ) );
+   Recorder r( a, &log, "r" );
+   // A call that queues its own continuation, as a yielding command does.
+   std::function<void( int )> slice = [&]( int n ) {
+      log.push_back( "slice" + std::to_string( n ) );
+      if ( n < 2 ) {
+         loop.post( [&, n] { slice( n + 1 ); } );
+      }
+   };
+   loop.post( [&] { slice( 0 ); } );
+   a->valueIs( 1 );
+   EXPECT_EQ( loop.runTurn(), 2u );
+   EXPECT_EQ( log, ( Log{ "slice0", "r:a.value=1" } ) );
+   a->valueIs( 2 );
+   EXPECT_EQ( loop.runTurn(), 2u );
+   EXPECT_EQ( log, ( Log{ "slice0", "r:a.value=1", "slice1", "r:a.value=2" } ) );
+   EXPECT_EQ( loop.runTurn(), 1u );
+   EXPECT_EQ( loop.runTurn(), 0u ) << "nothing left: the turn does nothing";
+   EXPECT_EQ( log.back(), "slice2" );
+}
+
+TEST_F( ActivityManagerTest, TurnsFireTimersInTheOrderRunUntilIdleWould ) {
+   Counter::Ptr a( new Counter( "a" ) );
+   Recorder r( a, &log, "r" );
+   auto scheduler = Quay::TaskSchedulerRoot::findOrCreateScheduler();
+   auto first = Quay::TimerTask::TimerTaskIs( scheduler, "first", 3 );
+   auto second = Quay::TimerTask::TimerTaskIs( scheduler, "second", 1 );
+   Ticker t1( first, &log, 0 ), t2( second, &log, 0 );
+   struct Bump : Fwk::ReactorOn<Quay::TimerTask, Counter> {
+      Bump( Quay::TimerTask::Ptr const& t, Counter* c ) : ReactorOn( t, c ) {
+         hasNotificationActiveIs( true );
+      }
+      void onAttribute( AttributeId, KeyRef ) override {
+         owner()->valueIs( owner()->valueGet() + 1 );
+      }
+   } b1( first, a.ptr() ), b2( second, a.ptr() );
+   for ( auto const& task : { first, second } ) {
+      task->enabledIs( true );
+      task->scheduleTaskDelay( 1.0 );
+   }
+   EXPECT_EQ( loop.runTurn(), 0u ) << "not due yet";
+   clock->nowIs( 1.0 );
+   std::vector<std::size_t> turns;
+   while ( std::size_t done = loop.runTurn() ) {
+      turns.push_back( done );
+   }
+   EXPECT_EQ( log, ( Log{ "first@1", "r:a.value=1", "second@1", "r:a.value=2" } ) );
+   EXPECT_EQ( turns, ( std::vector<std::size_t>{ 1, 1, 1, 1 } ) )
+       << "a timer fires only in a turn with nothing queued";
+}
+
 }  // namespace

@@ -1,5 +1,6 @@
 // Reading natsim scenarios: the values every step kind carries, the defaults of what a
-// scenario leaves out, and the path and message of each kind of fault.
+// scenario leaves out, and the path and message of each kind of fault; one step read
+// alone, as the server reads it.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -393,6 +394,41 @@ TEST( ScenarioTest, ErrorTextAndTheScenarioOnFailure ) {
    EXPECT_EQ( error.what(), "steps[0].advance: expected a number, got a string" );
    EXPECT_EQ( s.agent, "kept" );
    EXPECT_EQ( errorOf( "[]" ).what(), "expected an object, got an array" );
+}
+
+TEST( ScenarioTest, OneStepAloneTakesTheChipsDefaultsAndNamesFaultsFromTheStep ) {
+   natsim::ChipConfig chip;
+   chip.modules = { { 3, 1 }, { 7, 2 } };
+   natsim::Step step = natsim::AdvanceStep{ 1 };
+   ScenarioError error;
+   ASSERT_TRUE( natsim::parseStep(
+       R"({"natRule": {"uid": 9, "key": {"srcOld": "1.2.3.4"}}})", chip, &step, &error ) )
+       << error.what();
+   auto const& rule = std::get<natsim::NatRuleStep>( step );
+   EXPECT_EQ( rule.uid, 9u );
+   EXPECT_EQ( rule.key.srcIpAndPortOld().ip(), ip( "1.2.3.4" ) );
+   EXPECT_EQ( rule.modules, ( std::vector<U16>{ 3, 7 } ) ) << "the chip's modules";
+
+   struct Case {
+      std::string text;
+      std::string what;
+   };
+   Case const cases[] = {
+       { R"({"natRule": {"uid": 1, "key": {"srcOld": "1.2.3.400"}}})",
+         "natRule.key.srcOld: \"1.2.3.400\" is not an IPv4 address" },
+       { R"({"natRules": {}})", "unknown step \"natRules\" (known: natRule," },
+       { R"({"advance": 1, "verify": 1})", "a step has exactly one member, got 2" },
+       { "[1]", "expected a step (an object with one member), got an array" },
+       { R"({"advance": 1)", "line 1, column 14: invalid JSON" },
+       { R"({"trapAcl": {"name": "a", "vlan": 1, "vlan": 2}})",
+         "trapAcl: member \"vlan\" is given twice" },
+   };
+   for ( Case const& c : cases ) {
+      natsim::Step kept = natsim::VerifyStep{ 5 };
+      EXPECT_FALSE( natsim::parseStep( c.text, chip, &kept, &error ) ) << c.text;
+      EXPECT_EQ( error.what().rfind( c.what, 0 ), 0u ) << error.what();
+      EXPECT_EQ( std::get<natsim::VerifyStep>( kept ).modId, 5 ) << "left as it was";
+   }
 }
 
 }  // namespace
