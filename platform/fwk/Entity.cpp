@@ -60,10 +60,15 @@ Reactor::Reactor( Entity const* notifier )
    }
 }
 
-Reactor::~Reactor() {
+void Reactor::notifierDetach() {
    if ( notifier_ ) {
       notifier_->reactorDel( this );
+      notifier_ = nullptr;
    }
+}
+
+Reactor::~Reactor() {
+   notifierDetach();
 }
 
 }  // namespace Fwk

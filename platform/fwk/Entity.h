@@ -116,6 +116,8 @@ public:
 protected:
    // Registers with the notifier, which must outlive the reactor (ReactorOn holds it).
    explicit Reactor( Entity const* notifier );
+   // Unregisters from the notifier; the destructor does it at the latest.
+   void notifierDetach();
 
 private:
    friend class Entity;
@@ -131,6 +133,9 @@ class ReactorOn : public Reactor {
 public:
    ReactorOn( Fwk::Ptr<E> const& notifier, Owner* owner )
        : Reactor( notifier.ptr() ), notifier_( notifier ), owner_( owner ) {}
+   // Unregisters while the held entity is alive: the member that holds it is gone
+   // before Reactor's own destructor runs, and may have held the last reference.
+   ~ReactorOn() override { notifierDetach(); }
 
    E* notifier() const { return notifier_.ptr(); }
    Owner* owner() const { return owner_; }
