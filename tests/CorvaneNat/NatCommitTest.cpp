@@ -2,6 +2,8 @@
 // TCAM does, how reprogramming reuses entries, how VLANs that leave a key and keys that
 // leave the shadow give their entries back.
 
+#include <algorithm>
+
 #include "NatJournalLines.h"
 #include "platform/mount/OrreryEntityManager.h"
 #include "platform/mount/VekSharedMemEntityManager.h"
@@ -401,6 +403,47 @@ TEST_F( NatCommit, DroppedVlansAreFreedAndKeptVlansKeepTheirEntries ) {
    rule( 5, dnapt, Data().vlans( { 40 } ) );
    EXPECT_TRUE( allocated( again ).empty() );
    EXPECT_EQ( fieldProcessor().entryIds(), ( std::vector<U32>{ 7, 8 } ) );
+}
+
+TEST_F( NatCommit, SixtyFourVlansAndHalfOfThemDropped ) {
+   start();
+   Oro::NatHwData all;
+   Oro::NatHwData even;
+   for ( U16 vlan = 1; vlan <= 64; ++vlan ) {
+      all.vlanIdAppend( vlan );
+      if ( vlan % 2 == 0 ) {
+         even.vlanIdAppend( vlan );
+      }
+   }
+   rule( 5, dnat, all );
+   ASSERT_EQ( chipEntries(), 64u );
+   std::vector<U32> const ids = fieldProcessor().entryIds();
+   for ( U32 id : ids ) {  // VLAN n got entry n
+      EXPECT_EQ( chipEntry( id )->qualifier( Chip::Qualifier::L3Ingress ).data, id );
+   }
+
+   std::size_t const from = mark();
+   rule( 5, dnat, even );
+   EXPECT_TRUE( allocated( from ).empty() );
+   std::vector<U32> kept;
+   for ( U32 id = 2; id <= 64; id += 2 ) {
+      kept.push_back( id );
+   }
+   EXPECT_EQ( fieldProcessor().entryIds(), kept );
+   EXPECT_EQ( answerTexts().back(), "mod 1 uid 5 result 1 field 0" );
+}
+
+TEST_F( NatCommit, EveryModuleOfTheUidProgramsItsOwnUnit ) {
+   chip.modules = { { 1, 1 }, { 2, 2 } };
+   start();
+   rule( 5, dnat, Data().vlans( { 10 } ), { 1, 2 } );
+   std::vector<std::string> texts = answerTexts();  // the workers answer in any order
+   std::sort( texts.begin(), texts.end() );
+   EXPECT_EQ( texts, ( std::vector<std::string>{ "mod 1 uid 5 result 1 field 0",
+                                                 "mod 2 uid 5 result 1 field 0" } ) );
+   EXPECT_EQ( chipEntries( 1 ), 1u );
+   EXPECT_EQ( chipEntries( 2 ), 1u );
+   EXPECT_EQ( chipActions( 1, 2 ), chipActions( 1, 1 ) );
 }
 
 TEST_F( NatCommit, AKeyWhoseDataListsNoVlanLosesItsEntries ) {

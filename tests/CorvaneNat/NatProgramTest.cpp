@@ -301,6 +301,17 @@ std::vector<Case> destinationCases() {
                        ipFragNotFirst(), extractionCtrl( 18 ), opaqueObject1( uid ),
                        action( "CopyToCpuCancel" ), action( "DropCancel" ),
                        l3Switch( 100005 ) } } } } },
+       // The next-hop index is the low word of the 64-bit next hop.
+       { "StaticDnatNextHopFromTheLowWord",
+         dnat,
+         Data().vlans( { 10 } ).nextHop( 0x500000007ull ),
+         false,
+         { { { dnatText( "vlan 10" ),
+               head +
+                   std::vector<std::string>{
+                       l3Ingress( 10 ), dstIp( "1.1.1.1" ), extractionCtrl( 16 ),
+                       opaqueObject1( uid ), action( "CopyToCpuCancel" ),
+                       action( "DropCancel" ), l3Switch( 100007 ) } } } } },
        // A new source port alone asks for a fragment entry; both entries stay DNAT (16).
        { "StaticDnatWithOnlyANewSourcePort",
          natKey( 2, {}, at( "0.0.0.0", 99 ), at( "1.1.1.1" ), at( "10.0.0.1" ) ),
