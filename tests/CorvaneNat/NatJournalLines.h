@@ -1,0 +1,413 @@
+#pragma once
+
+// The journal lines that NAT programming produces, written the way the journal prints
+// them ("bcm_field_qualify_SrcIp [167772161, 4294967295]"), and a fixture that reads the
+// journal entry by entry, the chip's entries, trace lines and raised log events.
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <initializer_list>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "NatTestFixture.h"
+#include "platform/fwk/Assert.h"
+#include "platform/fwk/LogEvent.h"
+#include "platform/fwk/Trace.h"
+
+namespace NatTest {
+
+// An address and port from dotted text; usable outside a running test (case tables).
+inline Wirel::IpAndPort at( char const* text, U16 port = 0 ) {
+   unsigned a = 0, b = 0, c = 0, d = 0;
+   if ( std::sscanf( text, "%u.%u.%u.%u", &a, &b, &c, &d ) != 4 ) {
+      ADD_FAILURE() << "not an address: " << text;
+   }
+   return Wirel::IpAndPort( Wirel::IpAddr( ( a << 24 ) | ( b << 16 ) | ( c << 8 ) | d ),
+                            port );
+}
+
+inline U64 hostOrder( char const* text ) {
+   return at( text ).ip().value();
+}
+
+// NAT data built in one expression: Data().vlans( { 10 } ).nextHop( 5 ).
+struct Data {
+   Oro::NatHwData d;
+   Data& vlans( std::initializer_list<U16> ids ) {
+      for ( U16 id : ids ) {
+         d.vlanIdAppend( id );
+      }
+      return *this;
+   }
+   Data& nextHop( U64 nextHopId ) {
+      d.nextHopIdIs( nextHopId );
+      return *this;
+   }
+   Data& protocol( U8 protocol ) {
+      d.protocolIs( protocol );
+      return *this;
+   }
+   Data& filter( char const* address, unsigned prefixLength ) {
+      d.filterAddrIs( Wirel::IpAddrWithFullMask( at( address ).ip(),
+                                                 Wirel::prefixMask( prefixLength ) ) );
+      return *this;
+   }
+   Data& aclSharing() {
+      d.staticAclSharingIs( true );
+      return *this;
+   }
+   Data& multicast( U32 group, bool ingress = false ) {
+      d.multicastIs( true );
+      d.mcastGroupIdIs( group );
+      d.ingressIs( ingress );
+      return *this;
+   }
+   operator Oro::NatHwData() const { return d; }
+};
+
+// A mask of -1 as the journal reads it.
+constexpr U64 minusOne = 0xffffffffu;
+
+inline std::string callLine( std::string const& call, Chip::Args const& args ) {
+   return call + " " + Chip::json( args );
+}
+
+inline std::string qualify( char const* qualifier, U64 data, U64 mask ) {
+   return callLine( std::string( "bcm_field_qualify_" ) + qualifier,
+                    { Chip::numberArg( data ), Chip::numberArg( mask ) } );
+}
+inline std::string myStationHit() {
+   return qualify( "MyStationHit", 1, 1 );
+}
+// Data 0 under the VFP ACL drop class (8).
+inline std::string notAclDropped() {
+   return qualify( "SrcClassField", 0, 8 );
+}
+inline std::string srcIp( char const* ip ) {
+   return qualify( "SrcIp", hostOrder( ip ), minusOne );
+}
+inline std::string dstIp( char const* ip ) {
+   return qualify( "DstIp", hostOrder( ip ), minusOne );
+}
+// The port qualifiers take 16-bit arguments: -1 reads 65535.
+inline std::string l4SrcPort( U16 port ) {
+   return qualify( "L4SrcPort", port, 0xffff );
+}
+inline std::string l4DstPort( U16 port ) {
+   return qualify( "L4DstPort", port, 0xffff );
+}
+inline std::string l3Ingress( U16 vlanId ) {
+   return qualify( "L3Ingress", vlanId, minusOne );
+}
+inline std::string ipProtocol( U8 protocol ) {
+   return qualify( "IpProtocol", protocol, 0xff );
+}
+// FIN, SYN and RST all clear.
+inline std::string tcpControlClear() {
+   return qualify( "TcpControl", 0, 7 );
+}
+inline std::string aclIdQualifier( U32 aclId ) {
+   return qualify( "OpaqueObject1", aclId, minusOne );
+}
+// 224.0.0.0/4, the multicast range.
+inline std::string srcIpMulticast() {
+   return qualify( "SrcIp", 0xe0000000u, 0xf0000000u );
+}
+inline std::string dstIpMulticast() {
+   return qualify( "DstIp", 0xe0000000u, 0xf0000000u );
+}
+inline std::string ipFragNotFirst() {
+   return callLine( "bcm_field_qualify_IpFrag",
+                    { Chip::nameArg( "bcmFieldIpFragNotFirst" ) } );
+}
+
+inline std::string action( char const* name, U64 param0 = 0, U64 param1 = 0 ) {
+   return callLine( "bcm_field_action_add",
+                    { Chip::nameArg( std::string( "bcmFieldAction" ) + name ),
+                      Chip::numberArg( param0 ), Chip::numberArg( param1 ) } );
+}
+inline std::string extractionCtrl( U32 id ) {
+   return action( "AssignExtractionCtrlId", id, 0x1f );
+}
+inline std::string opaqueObject1( U32 id ) {
+   return action( "AssignOpaqueObject1", id );
+}
+inline std::string l3Switch( U32 nextHopId ) {
+   return action( "L3Switch", nextHopId );
+}
+inline std::string redirectIpmc( U32 group ) {
+   return action( "RedirectIpmc", group );
+}
+inline std::string removeAllActions() {
+   return callLine( "bcm_field_action_remove_all", {} );
+}
+
+inline std::string getEntry( std::string const& description ) {
+   return callLine( "getEntry", { Chip::nameArg( description ) } );
+}
+inline std::string highestPriority() {
+   return callLine( "setPriorityForEntry", { Chip::numberArg( 0x7fffffff ) } );
+}
+inline std::string installEntry() {
+   return callLine( "installEntry", {} );
+}
+inline std::string reinstallEntry() {
+   return callLine( "reinstallEntry", {} );
+}
+inline std::string releaseEntry() {
+   return callLine( "releaseEntry", {} );
+}
+
+// Appends `more` to `lines`.
+inline std::vector<std::string> operator+( std::vector<std::string> lines,
+                                           std::vector<std::string> const& more ) {
+   lines.insert( lines.end(), more.begin(), more.end() );
+   return lines;
+}
+
+// `text` as a regular expression that matches exactly it.
+inline std::string literal( std::string const& text ) {
+   std::string out;
+   for ( char ch : text ) {
+      if ( std::string( "\\^$.|?*+()[]{}" ).find( ch ) != std::string::npos ) {
+         out += '\\';
+      }
+      out += ch;
+   }
+   return out;
+}
+
+// What standard error shows when the assertion `expectation` stops the process.
+inline std::string assertionFailure( std::string const& expectation ) {
+   return literal( "Assertion `" + expectation + "' failed." );
+}
+
+// Runs `f`. A range error escaping it (nothing in the agent catches one) stops the
+// process with "range error: <message>" on standard error, for death tests.
+template <class F>
+void stopOnRangeError( F f ) {
+   try {
+      f();
+   } catch ( Fwk::RangeException const& e ) {
+      std::fprintf( stderr, "range error: %s\n", e.what() );
+      std::fflush( stderr );
+      std::abort();
+   }
+}
+
+// Trace lines of "ApiCorvane" ("<function><message>") while alive.
+class TraceCapture {
+public:
+   explicit TraceCapture( std::string const& levels = "ApiCorvane/8" )
+       : setting_( Fwk::traceSetting() ) {
+      previous_ = Fwk::traceSinkIs( [this]( Fwk::TraceRecord const& r ) {
+         if ( r.handle == "ApiCorvane" ) {
+            lines.push_back( r.line() );
+            if ( onLine ) {
+               onLine( r.line() );
+            }
+         }
+      } );
+      Fwk::traceSettingIs( levels );
+   }
+   ~TraceCapture() {
+      Fwk::traceSettingIs( setting_ );
+      Fwk::traceSinkIs( previous_ );
+   }
+   TraceCapture( TraceCapture const& ) = delete;
+   TraceCapture& operator=( TraceCapture const& ) = delete;
+
+   bool has( std::string const& text ) const {
+      for ( auto const& l : lines ) {
+         if ( l.find( text ) != std::string::npos ) {
+            return true;
+         }
+      }
+      return false;
+   }
+
+   std::vector<std::string> lines;
+   std::function<void( std::string const& )> onLine;
+
+private:
+   std::string setting_;
+   Fwk::TraceSink previous_;
+};
+
+// Raised log events while alive.
+class LogCapture {
+public:
+   LogCapture() {
+      previous_ =
+          Fwk::logSinkIs( [this]( Fwk::LogRecord const& r ) { records.push_back( r ); } );
+   }
+   ~LogCapture() { Fwk::logSinkIs( previous_ ); }
+   LogCapture( LogCapture const& ) = delete;
+   LogCapture& operator=( LogCapture const& ) = delete;
+
+   std::vector<Fwk::LogRecord> records;
+
+private:
+   Fwk::LogSink previous_;
+};
+
+class NatProgramFixture : public NatFixture {
+protected:
+   // The journal from `mark` on, each line led by the entry it concerns: "#k <line>",
+   // k counting the entries in the order getEntry handed them out from `mark` on
+   // ("#?" for an entry allocated before). Calls without an entry stand alone.
+   std::vector<std::string> entryCalls( std::size_t mark ) const {
+      std::map<U32, unsigned> order;
+      std::vector<std::string> out;
+      for ( auto const& r : Chip::journal().recordsFrom( mark ) ) {
+         std::string line = callLine( r.call, r.args );
+         if ( r.rc != 0 ) {
+            line += " rc=" + std::to_string( r.rc );
+         }
+         if ( !r.hasEntry ) {
+            out.push_back( line );
+            continue;
+         }
+         if ( r.call == "getEntry" && r.entry != 0 ) {
+            order.emplace( r.entry, unsigned( order.size() + 1 ) );
+         }
+         auto known = order.find( r.entry );
+         std::string tag =
+             known == order.end() ? "#?" : "#" + std::to_string( known->second );
+         out.push_back( tag + " " + line );
+      }
+      return out;
+   }
+   // The journal from `mark` on with the entry id leading each line that has one:
+   // "3 installEntry []".
+   std::vector<std::string> idCalls( std::size_t mark ) const {
+      std::vector<std::string> out;
+      for ( auto const& r : Chip::journal().recordsFrom( mark ) ) {
+         std::string line = callLine( r.call, r.args );
+         out.push_back( r.hasEntry ? std::to_string( r.entry ) + " " + line : line );
+      }
+      return out;
+   }
+   // The entry ids that getEntry handed out from `mark` on, in order (0 for full).
+   std::vector<U32> allocated( std::size_t mark ) const {
+      std::vector<U32> ids;
+      for ( auto const& r : Chip::journal().recordsFrom( mark ) ) {
+         if ( r.call == "getEntry" ) {
+            ids.push_back( r.entry );
+         }
+      }
+      return ids;
+   }
+   // The units that the calls from `mark` on were made on.
+   std::vector<int> unitsFrom( std::size_t mark ) const {
+      std::vector<int> units;
+      for ( auto const& r : Chip::journal().recordsFrom( mark ) ) {
+         units.push_back( r.unit );
+      }
+      return units;
+   }
+   // The actions an entry holds in the chip, as action_add lines.
+   std::vector<std::string> chipActions( U32 id, int unit = 1 ) {
+      std::vector<std::string> out;
+      Chip::FpEntry const* e = fieldProcessor( unit ).entry( id );
+      if ( !e ) {
+         return out;
+      }
+      for ( auto const& a : e->actions() ) {
+         out.push_back(
+             callLine( "bcm_field_action_add",
+                       { Chip::nameArg( Chip::actionName( a.action ) ),
+                         Chip::numberArg( a.param0 ), Chip::numberArg( a.param1 ) } ) );
+      }
+      return out;
+   }
+   // The names of the qualifiers an entry holds in the chip ("SrcIp"), in the chip's
+   // order.
+   std::vector<std::string> chipQualifiers( U32 id, int unit = 1 ) {
+      std::vector<std::string> out;
+      if ( Chip::FpEntry const* e = fieldProcessor( unit ).entry( id ) ) {
+         for ( Chip::Qualifier q : e->qualifiers() ) {
+            out.push_back( Chip::qualifierName( q ) );
+         }
+      }
+      return out;
+   }
+   Chip::FpEntry const* chipEntry( U32 id, int unit = 1 ) {
+      return fieldProcessor( unit ).entry( id );
+   }
+
+   // Upstream's rule step with everything a test may set.
+   void ruleStep( natsim::NatRuleStep const& step ) {
+      upstream->natRule( step );
+      loop().runUntilIdle();
+   }
+};
+
+// The action lines among `lines` (what the chip holds after programming).
+inline std::vector<std::string> actionsOf( std::vector<std::string> const& lines ) {
+   std::vector<std::string> out;
+   for ( auto const& l : lines ) {
+      if ( l.rfind( "bcm_field_action_add ", 0 ) == 0 ) {
+         out.push_back( l );
+      }
+   }
+   return out;
+}
+
+// Case tables: one rule and the entries it must give. NatProgramTest.cpp holds the test
+// that runs each case (NatEntryProgramming); other files add their tables.
+
+// The uid and multicast uid of the rules of the case tables.
+constexpr U32 caseUid = 7;
+constexpr U16 caseMcastUid = 4;
+
+struct Entry {
+   std::string description;
+   // The SDK calls of the entry, between its allocation and its priority.
+   std::vector<std::string> calls;
+};
+
+struct Case {
+   std::string name;
+   Oro::NatHwKey key;
+   Oro::NatHwData data;
+   bool fragments;
+   // One group per programmed VLAN (one for a source-side key): the default entry and,
+   // where the key needs one, its fragment entry.
+   std::vector<std::vector<Entry>> vlans;
+   bool addrOnlyMode = false;
+};
+
+// What the journal holds for a case: per VLAN, the entries are allocated, then each is
+// programmed, given the highest priority and installed.
+inline std::vector<std::string> expectedJournal( Case const& c ) {
+   std::vector<std::string> out;
+   unsigned n = 0;
+   for ( auto const& group : c.vlans ) {
+      unsigned const first = n + 1;
+      for ( auto const& e : group ) {
+         out.push_back( "#" + std::to_string( ++n ) + " " + getEntry( e.description ) );
+      }
+      unsigned k = first;
+      for ( auto const& e : group ) {
+         std::string const tag = "#" + std::to_string( k++ ) + " ";
+         for ( auto const& call :
+               e.calls + std::vector<std::string>{ highestPriority(), installEntry() } ) {
+            out.push_back( tag + call );
+         }
+      }
+   }
+   return out;
+}
+
+inline void PrintTo( Case const& c, std::ostream* os ) {
+   *os << c.name;
+}
+
+class NatEntryProgramming : public NatProgramFixture,
+                            public ::testing::WithParamInterface<Case> {};
+
+}  // namespace NatTest
