@@ -366,6 +366,29 @@ void Replay::run( std::size_t first, std::size_t last, Shim::Sdk& sdk,
    }
 }
 
+std::vector<U32> Replay::getEntrySlots( std::size_t first, std::size_t last ) const {
+   std::vector<U32> slots;
+   for ( std::size_t i = first; i < last; ++i ) {
+      if ( ops_[i].kind == getEntry && ops_[i].slot != ~0u ) {
+         slots.push_back( ops_[i].slot );
+      }
+   }
+   return slots;
+}
+
+void Replay::slotsCarry( std::vector<U32> const& from, std::vector<U32> const& to ) {
+   if ( from.size() != to.size() ) {
+      std::fprintf( stderr, "bench: rounds of entries differ (%zu, %zu)\n", from.size(),
+                    to.size() );
+      std::abort();
+   }
+   for ( std::size_t i = 0; i < from.size(); ++i ) {
+      ids_[to[i]] = ids_[from[i]];
+      held_[to[i]] = held_[from[i]];
+      held_[from[i]] = false;
+   }
+}
+
 void Replay::releaseAll( Corvane::CorvaneTcamEntryManager& em ) {
    for ( std::size_t slot = 0; slot < ids_.size(); ++slot ) {
       if ( held_[slot] ) {

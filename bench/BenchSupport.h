@@ -85,7 +85,13 @@ public:
                  Corvane::CorvaneTcamEntryManager& entryManager ) {
       run( unit == 0 ? 0 : unitEnds_[unit - 1], unitEnds_[unit], sdk, entryManager );
    }
-   // Releases every entry the replay allocated and still holds (not timed).
+   // The slots that the getEntry calls among [first, last) fill, in call order.
+   std::vector<U32> getEntrySlots( std::size_t first, std::size_t last ) const;
+   // Makes each slot of `to` stand for the entry that the same slot of `from` holds, so
+   // that calls recorded against an earlier round of entries can be made again against
+   // the latest round (republishing).
+   void slotsCarry( std::vector<U32> const& from, std::vector<U32> const& to );
+   // Releases every entry on unit 1 that the replay allocated and still holds.
    void releaseAll( Corvane::CorvaneTcamEntryManager& entryManager );
 
 private:
