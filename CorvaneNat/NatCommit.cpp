@@ -1,6 +1,5 @@
 // The transaction commit: from a uid to programmed or removed entries and an answer.
 
-#include <unordered_set>
 #include <vector>
 
 #include "CorvaneNat/NatTrace.h"
@@ -46,8 +45,9 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
       }
    }
 
-   FWK_ASSERT( uidHwKeyTable()->entryHas( uid ) );
-   Oro::NatHwKey const hwKey = *uidHwKeyTable()->entry( uid );
+   Oro::NatHwKey const* const uidKey = uidHwKeyTable()->entry( uid );
+   FWK_ASSERT_TEXT( uidKey, "uidHwKeyTable()->entryHas( uid )" );
+   Oro::NatHwKey const hwKey = *uidKey;
 
    Xact::XactSluiceKey const xactSluiceKey( uid );
    FWK_ASSERT( xactSluiceConfigDir()->xactConfigHas( xactSluiceKey ) );
@@ -91,8 +91,8 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
 
    // The paired key is the key itself, with its own shadow data.
    Oro::NatHwKey const& hwKey0 = hwKey;
-   FWK_ASSERT( shadow()->entryHas( hwKey0 ) );
-   Oro::NatHwData const shadowData0 = shadow()->entry( hwKey0 )->data();
+   // Nothing has changed the shadow since shadowEntry was found.
+   Oro::NatHwData const shadowData0 = shadowEntry->data();
    NAT_TRACE( 8, "doCommitHwConfig",
               "uid:" << uid << " dirty: " << Oro::valueToStrep( dirty )
                      << "shadowData0=" << shadowData0.stringValue() );
@@ -104,10 +104,15 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
          result = resultHardwareFull;
       }
    } else if ( isDestinationSide( type ) ) {
-      std::unordered_set<U16> vlanSet;
-      for ( U32 i = 0; i < shadowData0.vlanIds(); ++i ) {
-         vlanSet.insert( shadowData0.vlanId( i ) );
-      }
+      // The data lists at most a few dozen VLANs: a scan beats a set.
+      auto const listed = [&shadowData0]( U16 vlanId ) {
+         for ( U32 i = 0; i < shadowData0.vlanIds(); ++i ) {
+            if ( shadowData0.vlanId( i ) == vlanId ) {
+               return true;
+            }
+         }
+         return false;
+      };
       for ( U32 i = 0; i < shadowData0.vlanIds(); ++i ) {
          if ( !doProgram( hwKey, hwKey0, shadowData0, shadowData0.vlanId( i ) ) ) {
             result = resultHardwareFull;
@@ -117,7 +122,7 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
       std::vector<U16> dropped;
       EntryIdTableEntry const row = entryIdTable()->entry( hwKey );
       for ( auto const& vlanEntry : row.defaultEntryIds() ) {
-         if ( !vlanSet.count( vlanEntry.vlanId ) ) {
+         if ( !listed( vlanEntry.vlanId ) ) {
             dropped.push_back( vlanEntry.vlanId );
          }
       }

@@ -41,7 +41,7 @@ bool allOnes( U64 nextHop ) {
 U32 NatWorkerSm::opaqueIdOf( Oro::NatHwKey const& hwKey,
                              Oro::NatHwData const& data ) const {
    CorvaneNat::HwKeyUidEntry const* row = hwKeyUidTable()->entry( hwKey );
-   FWK_ASSERT( hwKeyUidTable()->entryHas( hwKey ) );
+   FWK_ASSERT_TEXT( row, "hwKeyUidTable()->entryHas( hwKey )" );
    if ( data.multicast() ) {
       return CorvaneNat::Uid( row->mcastUid ).value();  // 0 is a range error
    }
@@ -53,14 +53,14 @@ bool NatWorkerSm::doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hw
    NAT_TRACE( 8, "doProgram",
               " key: " << hwKey.stringValue() << "%s data: " << data.stringValue()
                        << " for vlanId " << vlanId );
-   FWK_ASSERT( shadow()->entryHas( hwKey ) );
-   Oro::NatHwData const shadowData = shadow()->entry( hwKey )->data();
+   Oro::NatHwShadowEntry const* const shadowEntry = shadow()->entry( hwKey );
+   FWK_ASSERT_TEXT( shadowEntry, "shadow()->entryHas( hwKey )" );
+   Oro::NatHwData const shadowData = shadowEntry->data();
 
-   if ( !entryIdTable()->entryHas( hwKey ) ) {
-      entryIdTable()->entryIs( EntryIdTableEntry( hwKey ) );
-   }
+   // The key's row, created empty if it has none (it stays even when the TCAM is full).
+   EntryIdTable::const_iterator const row = entryIdTable()->rowIs( hwKey );
    bool const fragNeeded = needsFragEntry( hwKey ) && fragmentEnabled();
-   EntryIdTableEntry entry = entryIdTable()->entry( hwKey );
+   EntryIdTableEntry entry = *row;
 
    bool const reinstall = entry.defaultEntryIdHas( vlanId );
    if ( reinstall ) {
@@ -91,7 +91,7 @@ bool NatWorkerSm::doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hw
          }
       }
    }
-   entryIdTable()->entryIs( entry );
+   entryIdTable()->entryIs( row, entry );
 
    U32 const defaultEntryId = entry.defaultEntryId( vlanId );
    NAT_TRACE( 8, "doProgram",
