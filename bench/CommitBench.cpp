@@ -22,6 +22,17 @@ typedef natsim::NatRuleStep ( *RuleFn )( U32 );
 constexpr U32 batch = 1000;
 constexpr U32 batches = 10;
 
+// The timed work, apart so that a profiler can be pointed at it alone
+// (valgrind --tool=callgrind --toggle-collect='*timedCommit*').
+__attribute__( ( noinline ) ) void timedCommit( NatBench& nat,
+                                                natsim::NatRuleStep const& step ) {
+   nat.commit( step );
+}
+__attribute__( ( noinline ) ) void timedReplay( Bench::Replay& replay, std::size_t unit,
+                                                Corvane::CorvaneTcamEntryManager& em ) {
+   replay.runUnit( unit, *Shim::sdk_, em );
+}
+
 std::vector<natsim::NatRuleStep> rules( RuleFn rule, U32 first, U32 count ) {
    std::vector<natsim::NatRuleStep> out;
    out.reserve( count );
@@ -47,7 +58,7 @@ void commitThroughPlugin( benchmark::State& state, RuleFn rule ) {
        nat.platform().chip().unit( 1 )->fieldProcessor().entries();
    U32 n = 0;
    for ( auto _ : state ) {
-      nat.commit( added[n] );
+      timedCommit( nat, added[n] );
       if ( ++n == batch ) {
          state.PauseTiming();
          for ( auto const& removal : removals ) {
@@ -102,7 +113,7 @@ void commitFloor( benchmark::State& state, RuleFn rule ) {
    }
    U32 n = 0;
    for ( auto _ : state ) {
-      replay.runUnit( n, sdk, em );
+      timedReplay( replay, n, em );
       if ( ++n == batch ) {
          state.PauseTiming();
          replay.releaseAll( em );
