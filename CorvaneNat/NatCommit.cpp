@@ -99,8 +99,17 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
 
    U32 result = resultDone;
    Oro::NatHwKey::NatKeyType const type = hwKey.keyType();
+   // doProgram( hwKey, hwKey0, shadowData0, vlanId ) for each VLAN, with the key's
+   // lookups made once: its shadow data is shadowData0 (hwKey0 is hwKey).
+   auto const programTrace = [&]( U16 vlanId ) {
+      NAT_TRACE( 8, "doProgram",
+                 " key: " << hwKey.stringValue() << "%s data: "
+                          << shadowData0.stringValue() << " for vlanId " << vlanId );
+   };
    if ( isSourceSide( type ) ) {
-      if ( !doProgram( hwKey, hwKey0, shadowData0, 0 ) ) {
+      programTrace( 0 );
+      ProgramContext context{ shadowData0, entryIdTable()->rowIs( hwKey ), 0 };
+      if ( !doProgram( context, hwKey, hwKey0, shadowData0, 0 ) ) {
          result = resultHardwareFull;
       }
    } else if ( isDestinationSide( type ) ) {
@@ -113,17 +122,30 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
          }
          return false;
       };
-      for ( U32 i = 0; i < shadowData0.vlanIds(); ++i ) {
-         if ( !doProgram( hwKey, hwKey0, shadowData0, shadowData0.vlanId( i ) ) ) {
-            result = resultHardwareFull;
+      EntryIdTable::const_iterator row = entryIdTable()->end();
+      if ( shadowData0.vlanIds() > 0 ) {
+         programTrace( shadowData0.vlanId( 0 ) );
+         ProgramContext context{ shadowData0, entryIdTable()->rowIs( hwKey ), 0 };
+         row = context.row;
+         for ( U32 i = 0; i < shadowData0.vlanIds(); ++i ) {
+            if ( i > 0 ) {
+               programTrace( shadowData0.vlanId( i ) );
+            }
+            if ( !doProgram( context, hwKey, hwKey0, shadowData0,
+                             shadowData0.vlanId( i ) ) ) {
+               result = resultHardwareFull;
+            }
          }
+      } else {
+         row = entryIdTable()->find( hwKey );
       }
       // Free the entries of VLANs that the data no longer lists.
       std::vector<U16> dropped;
-      EntryIdTableEntry const row = entryIdTable()->entry( hwKey );
-      for ( auto const& vlanEntry : row.defaultEntryIds() ) {
-         if ( !listed( vlanEntry.vlanId ) ) {
-            dropped.push_back( vlanEntry.vlanId );
+      if ( row != entryIdTable()->end() ) {
+         for ( auto const& vlanEntry : row->defaultEntryIds() ) {
+            if ( !listed( vlanEntry.vlanId ) ) {
+               dropped.push_back( vlanEntry.vlanId );
+            }
          }
       }
       for ( U16 vlanId : dropped ) {

@@ -56,11 +56,17 @@ bool NatWorkerSm::doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hw
    Oro::NatHwShadowEntry const* const shadowEntry = shadow()->entry( hwKey );
    FWK_ASSERT_TEXT( shadowEntry, "shadow()->entryHas( hwKey )" );
    Oro::NatHwData const shadowData = shadowEntry->data();
-
    // The key's row, created empty if it has none (it stays even when the TCAM is full).
-   EntryIdTable::const_iterator const row = entryIdTable()->rowIs( hwKey );
+   ProgramContext context{ shadowData, entryIdTable()->rowIs( hwKey ), 0 };
+   return doProgram( context, hwKey, hwKey0, data, vlanId );
+}
+
+bool NatWorkerSm::doProgram( ProgramContext& context, Oro::NatHwKey const& hwKey,
+                             Oro::NatHwKey const& hwKey0, Oro::NatHwData const& data,
+                             U16 vlanId ) {
+   Oro::NatHwData const& shadowData = context.shadowData;
    bool const fragNeeded = needsFragEntry( hwKey ) && fragmentEnabled();
-   EntryIdTableEntry entry = *row;
+   EntryIdTableEntry entry = *context.row;
 
    bool const reinstall = entry.defaultEntryIdHas( vlanId );
    if ( reinstall ) {
@@ -91,13 +97,16 @@ bool NatWorkerSm::doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hw
          }
       }
    }
-   entryIdTable()->entryIs( row, entry );
+   entryIdTable()->entryIs( context.row, entry );
 
    U32 const defaultEntryId = entry.defaultEntryId( vlanId );
    NAT_TRACE( 8, "doProgram",
               ( reinstall ? "updating" : "adding" )
                   << " entry " << defaultEntryId << " for vlan " << vlanId );
-   U32 const opaqueId = opaqueIdOf( hwKey, data );
+   if ( context.opaqueId == 0 ) {
+      context.opaqueId = opaqueIdOf( hwKey, data );
+   }
+   U32 const opaqueId = context.opaqueId;
    doProgramEntry( defaultEntryId, reinstall, false, hwKey, shadowData, hwKey0, data,
                    vlanId, opaqueId );
    if ( entry.fragEntryIdHas( vlanId ) ) {
