@@ -164,10 +164,10 @@ void BM_TrapAclRepublishFloor( benchmark::State& state ) {
 
 }  // namespace
 
-BENCHMARK( BM_TrapAclPublish )->Unit( benchmark::kMicrosecond )->Iterations( 100 );
-BENCHMARK( BM_TrapAclPublishFloor )->Unit( benchmark::kMicrosecond )->Iterations( 100 );
-BENCHMARK( BM_TrapAclRepublish )->Unit( benchmark::kMicrosecond )->Iterations( 100 );
-BENCHMARK( BM_TrapAclRepublishFloor )->Unit( benchmark::kMicrosecond )->Iterations( 100 );
+BENCHMARK( BM_TrapAclPublish )->Unit( benchmark::kMicrosecond )->Iterations( 5 );
+BENCHMARK( BM_TrapAclPublishFloor )->Unit( benchmark::kMicrosecond )->Iterations( 5 );
+BENCHMARK( BM_TrapAclRepublish )->Unit( benchmark::kMicrosecond )->Iterations( 5 );
+BENCHMARK( BM_TrapAclRepublishFloor )->Unit( benchmark::kMicrosecond )->Iterations( 5 );
 
 #else
 
