@@ -89,17 +89,20 @@ def measures(runs, memory):
         "%.1f B/key" % mem["plugin_bytes_per_key"] if mem else "n/a",
     )
 
+    m["show rate"] = m["show slice"] = m["show slice wall"] = (None, "n/a")
     show = find(runs, "BM_ShowCommand")
     if show:
         rate = show["rows_per_second"]
         m["show rate"] = (rate, "%.0fk rows/s%s" % (rate / 1e3, stand_in(show)))
-        m["show slice"] = (
-            show["longest_slice_us"] / show["slice_limit_us"],
-            "%.0f us of %.0f us%s"
-            % (show["longest_slice_us"], show["slice_limit_us"], stand_in(show)),
-        )
-    else:
-        m["show rate"] = m["show slice"] = (None, "n/a")
+    for key, bench in (("show slice", "BM_ShowCommandCpuClock"),
+                       ("show slice wall", "BM_ShowCommand")):
+        b = find(runs, bench)
+        if b:
+            m[key] = (
+                b["longest_slice_us"] / b["slice_limit_us"],
+                "%.0f us of %.0f us%s"
+                % (b["longest_slice_us"], b["slice_limit_us"], stand_in(b)),
+            )
 
     for key, bench in (("poll", "BM_HitCountPoll"), ("capacity", "BM_CapacityRefresh")):
         b = find(runs, bench)
@@ -135,7 +138,8 @@ GOALS = [
     ("flat Dnapt4Vlan", "DNAPT commit 100k / 1k keys <= 1.2x", 1.2, "max"),
     ("memory", "plug-in heap per key < 160 B", 160.0, "max"),
     ("show rate", "show >= 1M rows/s", 1e6, "min"),
-    ("show slice", "show slice <= quantum + 1 row", 1.0, "max"),
+    ("show slice", "show slice <= quantum + 1 row (CPU clock)", 1.0, "max"),
+    ("show slice wall", "(info) show slice on the real clock", None, "info"),
     ("poll", "hit-count polling < 1 us/entry", 1e-6, "max"),
     ("capacity", "capacity refresh < 1 us/entry", 1e-6, "max"),
     ("trap publish", "trap ACL publish / floor <= 1.5x", 1.5, "max"),
