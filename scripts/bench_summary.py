@@ -17,8 +17,12 @@ def load(path):
     runs = {}
     if not os.path.exists(path):
         return runs
-    with open(path) as f:
-        doc = json.load(f)
+    try:
+        with open(path) as f:
+            doc = json.load(f)
+    except ValueError as e:
+        print("bench_summary: %s is not complete JSON (%s)" % (path, e), file=sys.stderr)
+        return runs
     for b in doc.get("benchmarks", []):
         if b.get("error_occurred"):
             continue
@@ -104,10 +108,18 @@ def measures(runs, memory):
                 % (b["longest_slice_us"], b["slice_limit_us"], stand_in(b)),
             )
 
-    for key, bench in (("poll", "BM_HitCountPoll"), ("capacity", "BM_CapacityRefresh")):
-        b = find(runs, bench)
-        v = per(b, "entries")
-        m[key] = (v, "%.3f us/entry" % (v * 1e6) if v is not None else "n/a")
+    # Polling: the plug-in's own work is the cycle less its hitsForEntry calls (the
+    # floor); the status writes stay in it.
+    poll = per(find(runs, "BM_HitCountPoll"), "entries")
+    pollFloor = per(find(runs, "BM_HitCountPollFloor"), "entries")
+    if poll is not None and pollFloor is not None:
+        own = poll - pollFloor
+        m["poll"] = (own, "%.3f us/entry (cycle %.3f, calls %.3f)"
+                     % (own * 1e6, poll * 1e6, pollFloor * 1e6))
+    else:
+        m["poll"] = (poll, "%.3f us/entry (cycle)" % (poll * 1e6) if poll else "n/a")
+    refresh = per(find(runs, "BM_CapacityRefresh"), "entries")
+    m["capacity"] = (refresh, "%.3f us/entry" % (refresh * 1e6) if refresh else "n/a")
 
     for key, bench in (("trap publish", "BM_TrapAclPublish"),
                        ("trap republish", "BM_TrapAclRepublish")):
@@ -140,7 +152,7 @@ GOALS = [
     ("show rate", "show >= 1M rows/s", 1e6, "min"),
     ("show slice", "show slice <= quantum + 1 row (CPU clock)", 1.0, "max"),
     ("show slice wall", "(info) show slice on the real clock", None, "info"),
-    ("poll", "hit-count polling < 1 us/entry", 1e-6, "max"),
+    ("poll", "hit-count polling, own work < 1 us/entry", 1e-6, "max"),
     ("capacity", "capacity refresh < 1 us/entry", 1e-6, "max"),
     ("trap publish", "trap ACL publish / floor <= 1.5x", 1.5, "max"),
     ("trap republish", "trap ACL republish / floor <= 1.5x", 1.5, "max"),
