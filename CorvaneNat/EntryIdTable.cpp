@@ -45,6 +45,18 @@ void EntryIdTable::entryIs( EntryIdTableEntry const& entry ) {
    }
 }
 
+EntryIdTable::const_iterator EntryIdTable::rowIs( Oro::NatHwKey const& key ) {
+   return rows_.insert( EntryIdTableEntry( key ) ).first;
+}
+
+void EntryIdTable::entryIs( const_iterator row, EntryIdTableEntry const& entry ) {
+   FWK_ASSERT_TEXT( row->key() == entry.key(), "fwkKey() == KeyFunktor()( _value )" );
+   if ( &*row != &entry ) {
+      row->defaultEntryId_ = entry.defaultEntryId_;
+      row->fragEntryId_ = entry.fragEntryId_;
+   }
+}
+
 EntryIdTableEntry EntryIdTable::entryDel( Oro::NatHwKey const& key ) {
    auto found = rows_.find( EntryIdTableEntry( key ) );
    if ( found == rows_.end() ) {

@@ -99,6 +99,12 @@ public:
    // Stores a row under its key: a present row's maps are replaced (not merged) by the
    // given row's; an absent row is inserted as a copy.
    void entryIs( EntryIdTableEntry const& entry );
+   // The row of a key, inserted with empty maps when absent; the iterator stays valid
+   // until the table next gains a row.
+   const_iterator rowIs( Oro::NatHwKey const& key );
+   // Stores `entry`'s maps into `row` (found with rowIs or find), as entryIs does,
+   // without looking the key up again; `entry` must have the row's key.
+   void entryIs( const_iterator row, EntryIdTableEntry const& entry );
    // Removes the row of a key and returns it; an empty row when there was none.
    EntryIdTableEntry entryDel( Oro::NatHwKey const& key );
    void entryDelAll() { rows_.clear(); }

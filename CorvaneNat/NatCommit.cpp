@@ -1,6 +1,7 @@
 // The transaction commit: from a uid to programmed or removed entries and an answer.
 
-#include <unordered_set>
+#include <algorithm>
+#include <array>
 #include <vector>
 
 #include "CorvaneNat/NatTrace.h"
@@ -46,8 +47,9 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
       }
    }
 
-   FWK_ASSERT( uidHwKeyTable()->entryHas( uid ) );
-   Oro::NatHwKey const hwKey = *uidHwKeyTable()->entry( uid );
+   Oro::NatHwKey const* const uidKey = uidHwKeyTable()->entry( uid );
+   FWK_ASSERT_TEXT( uidKey, "uidHwKeyTable()->entryHas( uid )" );
+   Oro::NatHwKey const hwKey = *uidKey;
 
    Xact::XactSluiceKey const xactSluiceKey( uid );
    FWK_ASSERT( xactSluiceConfigDir()->xactConfigHas( xactSluiceKey ) );
@@ -91,34 +93,60 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
 
    // The paired key is the key itself, with its own shadow data.
    Oro::NatHwKey const& hwKey0 = hwKey;
-   FWK_ASSERT( shadow()->entryHas( hwKey0 ) );
-   Oro::NatHwData const shadowData0 = shadow()->entry( hwKey0 )->data();
+   // Nothing has changed the shadow since shadowEntry was found.
+   Oro::NatHwData const shadowData0 = shadowEntry->data();
    NAT_TRACE( 8, "doCommitHwConfig",
               "uid:" << uid << " dirty: " << Oro::valueToStrep( dirty )
                      << "shadowData0=" << shadowData0.stringValue() );
 
    U32 result = resultDone;
    Oro::NatHwKey::NatKeyType const type = hwKey.keyType();
+   // doProgram( hwKey, hwKey0, shadowData0, vlanId ) for each VLAN, with the key's
+   // lookups made once: its shadow data is shadowData0 (hwKey0 is hwKey).
+   auto const programTrace = [&]( U16 vlanId ) {
+      NAT_TRACE( 8, "doProgram",
+                 " key: " << hwKey.stringValue() << "%s data: "
+                          << shadowData0.stringValue() << " for vlanId " << vlanId );
+   };
    if ( isSourceSide( type ) ) {
-      if ( !doProgram( hwKey, hwKey0, shadowData0, 0 ) ) {
+      programTrace( 0 );
+      ProgramContext context{ shadowData0, entryIdTable()->rowIs( hwKey ), 0 };
+      if ( !doProgram( context, hwKey, hwKey0, shadowData0, 0 ) ) {
          result = resultHardwareFull;
       }
    } else if ( isDestinationSide( type ) ) {
-      std::unordered_set<U16> vlanSet;
+      // The VLAN set, built before anything is programmed, so that data claiming more
+      // VLANs than the array holds stops here on the range error. It holds at most 64
+      // ids: a scan of them beats a hash set.
+      std::array<U16, 64> vlanSet;
+      U32 vlanSetSize = 0;
       for ( U32 i = 0; i < shadowData0.vlanIds(); ++i ) {
-         vlanSet.insert( shadowData0.vlanId( i ) );
+         vlanSet[vlanSetSize++] = shadowData0.vlanId( i );
       }
-      for ( U32 i = 0; i < shadowData0.vlanIds(); ++i ) {
-         if ( !doProgram( hwKey, hwKey0, shadowData0, shadowData0.vlanId( i ) ) ) {
-            result = resultHardwareFull;
+      auto const listed = [&vlanSet, vlanSetSize]( U16 vlanId ) {
+         return std::find( vlanSet.begin(), vlanSet.begin() + vlanSetSize, vlanId ) !=
+                vlanSet.begin() + vlanSetSize;
+      };
+      EntryIdTable::const_iterator row = entryIdTable()->end();
+      if ( vlanSetSize > 0 ) {
+         ProgramContext context{ shadowData0, entryIdTable()->rowIs( hwKey ), 0 };
+         row = context.row;
+         for ( U32 i = 0; i < vlanSetSize; ++i ) {
+            programTrace( vlanSet[i] );
+            if ( !doProgram( context, hwKey, hwKey0, shadowData0, vlanSet[i] ) ) {
+               result = resultHardwareFull;
+            }
          }
+      } else {
+         row = entryIdTable()->find( hwKey );
       }
       // Free the entries of VLANs that the data no longer lists.
       std::vector<U16> dropped;
-      EntryIdTableEntry const row = entryIdTable()->entry( hwKey );
-      for ( auto const& vlanEntry : row.defaultEntryIds() ) {
-         if ( !vlanSet.count( vlanEntry.vlanId ) ) {
-            dropped.push_back( vlanEntry.vlanId );
+      if ( row != entryIdTable()->end() ) {
+         for ( auto const& vlanEntry : row->defaultEntryIds() ) {
+            if ( !listed( vlanEntry.vlanId ) ) {
+               dropped.push_back( vlanEntry.vlanId );
+            }
          }
       }
       for ( U16 vlanId : dropped ) {

@@ -1,6 +1,6 @@
 // Entry descriptions: the one-line text handed to the entry manager with each entry.
 
-#include <cstdio>
+#include <string>
 
 #include "CorvaneNat/NatWorkerSm.h"
 
@@ -8,36 +8,57 @@ namespace Corvane {
 
 namespace {
 
-std::string format( char const* pattern, std::string const& a, std::string const& b,
-                    std::string const& c, std::string const& d ) {
-   char text[256];
-   std::snprintf( text, sizeof( text ), pattern, a.c_str(), b.c_str(), c.c_str(),
-                  d.c_str() );
-   return text;
-}
+// Builds a description in place: the same text that printf-style formatting of the
+// addresses' and ports' string values gives, without the formatting machinery and the
+// temporary strings (descriptions are made on every new entry). Like the 256-byte
+// buffer it replaces, it keeps at most 255 characters.
+class Text {
+public:
+   Text& operator<<( char const* text ) {
+      while ( *text ) {
+         put( *text++ );
+      }
+      return *this;
+   }
+   Text& operator<<( std::string const& text ) {
+      for ( char c : text ) {
+         put( c );
+      }
+      return *this;
+   }
+   Text& operator<<( unsigned number ) {
+      char digits[10];
+      int n = 0;
+      do {
+         digits[n++] = char( '0' + number % 10 );
+         number /= 10;
+      } while ( number );
+      while ( n ) {
+         put( digits[--n] );
+      }
+      return *this;
+   }
+   // "10.0.0.1"
+   Text& operator<<( Wirel::IpAddr ip ) {
+      U32 const v = ip.value();
+      return *this << ( ( v >> 24 ) & 0xff ) << "." << ( ( v >> 16 ) & 0xff ) << "."
+                   << ( ( v >> 8 ) & 0xff ) << "." << ( v & 0xff );
+   }
+   // "10.0.0.1:80", the port always printed
+   Text& operator<<( Wirel::IpAndPort ipPort ) {
+      return *this << ipPort.ip() << ":" << unsigned( ipPort.port() );
+   }
+   std::string str() const { return std::string( text_, size_ ); }
 
-std::string format( char const* pattern, std::string const& a, std::string const& b,
-                    std::string const& c, std::string const& d, std::string const& e,
-                    std::string const& f ) {
-   char text[256];
-   std::snprintf( text, sizeof( text ), pattern, a.c_str(), b.c_str(), c.c_str(),
-                  d.c_str(), e.c_str(), f.c_str() );
-   return text;
-}
-
-std::string format( char const* pattern, U16 vlanId, std::string const& a,
-                    std::string const& b ) {
-   char text[256];
-   std::snprintf( text, sizeof( text ), pattern, unsigned( vlanId ), a.c_str(),
-                  b.c_str() );
-   return text;
-}
-
-std::string format( char const* pattern, std::string const& a, std::string const& b ) {
-   char text[256];
-   std::snprintf( text, sizeof( text ), pattern, a.c_str(), b.c_str() );
-   return text;
-}
+private:
+   void put( char c ) {
+      if ( size_ < sizeof( text_ ) - 1 ) {
+         text_[size_++] = c;
+      }
+   }
+   char text_[256];
+   std::size_t size_ = 0;
+};
 
 }  // namespace
 
@@ -60,7 +81,8 @@ std::string NatWorkerSm::generateTcamEntryDescription( Oro::NatHwKey const& hwKe
    if ( vlanId ) {
       prefix = "vlan " + std::to_string( vlanId );
    }
-   std::string const suffix;
+   // Every static and twice description ends in " " and an empty suffix.
+   char const* const suffix = "";
 
    Wirel::IpAndPort const srcOld = hwKey.srcIpAndPortOld();
    Wirel::IpAndPort const srcNew = hwKey.srcIpAndPortNew();
@@ -68,58 +90,61 @@ std::string NatWorkerSm::generateTcamEntryDescription( Oro::NatHwKey const& hwKe
    Wirel::IpAndPort const dstNew = hwKey.dstIpAndPortNew();
    bool const newPort = srcNew.port() != 0 || dstNew.port() != 0;
    bool const oldPort = srcOld.port() != 0 || dstOld.port() != 0;
+   Text text;
    switch ( type ) {
       case Oro::NatHwKey::natKeyTypeNone:
          FWK_ASSERT( false );
          return "";
       case Oro::NatHwKey::staticSrcNat:
          if ( !fragEntry && newPort ) {
-            return format( "static SNAPT %s %s -> %s %s", prefix, srcOld.stringValue(),
-                           srcNew.stringValue(), suffix );
+            text << "static SNAPT " << prefix << " " << srcOld << " -> " << srcNew << " "
+                 << suffix;
+         } else {
+            text << "static SNAT " << prefix << " " << srcOld.ip() << " -> "
+                 << srcNew.ip() << " " << suffix;
          }
-         return format( "static SNAT %s %s -> %s %s", prefix, srcOld.ip().stringValue(),
-                        srcNew.ip().stringValue(), suffix );
+         return text.str();
       case Oro::NatHwKey::staticDstNat:
          if ( !fragEntry && newPort ) {
-            return format( "static DNAPT %s %s -> %s %s", prefix, dstOld.stringValue(),
-                           dstNew.stringValue(), suffix );
+            text << "static DNAPT " << prefix << " " << dstOld << " -> " << dstNew << " "
+                 << suffix;
+         } else {
+            text << "static DNAT " << prefix << " " << dstOld.ip() << " -> "
+                 << dstNew.ip() << " " << suffix;
          }
-         return format( "static DNAT %s %s -> %s %s", prefix, dstOld.ip().stringValue(),
-                        dstNew.ip().stringValue(), suffix );
+         return text.str();
       case Oro::NatHwKey::twiceNatSrc:
       case Oro::NatHwKey::twiceNatDst:
          if ( !fragEntry && oldPort && newPort ) {
-            return format( "twice NAPT %s %s %s -> %s %s %s", prefix,
-                           srcOld.stringValue(), dstOld.stringValue(),
-                           srcNew.stringValue(), dstNew.stringValue(), suffix );
+            text << "twice NAPT " << prefix << " " << srcOld << " " << dstOld << " -> "
+                 << srcNew << " " << dstNew << " " << suffix;
+         } else {
+            text << "twice NAT " << prefix << " " << srcOld.ip() << " " << dstOld.ip()
+                 << " -> " << srcNew.ip() << " " << dstNew.ip() << " " << suffix;
          }
-         return format( "twice NAT %s %s %s -> %s %s %s", prefix,
-                        srcOld.ip().stringValue(), dstOld.ip().stringValue(),
-                        srcNew.ip().stringValue(), dstNew.ip().stringValue(), suffix );
+         return text.str();
       case Oro::NatHwKey::dynamicSrcNat:
          if ( hwKey.isAddrOnlyNat() ) {
-            return format(
-                fragEntry ? "dynamic SNAT udp %s -> %s" : "dynamic SNAT tcp %s -> %s",
-                srcOld.ip().stringValue(), srcNew.ip().stringValue() );
+            text << ( fragEntry ? "dynamic SNAT udp " : "dynamic SNAT tcp " )
+                 << srcOld.ip() << " -> " << srcNew.ip();
+         } else if ( fragEntry ) {
+            text << "dynamic SNAPT " << srcOld.ip() << " -> " << srcNew.ip();
+         } else {
+            text << "dynamic SNAPT " << srcOld << " -> " << srcNew;
          }
-         if ( fragEntry ) {
-            return format( "dynamic SNAPT %s -> %s", srcOld.ip().stringValue(),
-                           srcNew.ip().stringValue() );
-         }
-         return format( "dynamic SNAPT %s -> %s", srcOld.stringValue(),
-                        srcNew.stringValue() );
+         return text.str();
       case Oro::NatHwKey::dynamicDstNat:
          if ( hwKey.isAddrOnlyNat() ) {
-            return format( fragEntry ? "dynamic DNAT udp vlan %d %s -> %s"
-                                     : "dynamic DNAT tcp vlan %d %s -> %s",
-                           vlanId, dstOld.ip().stringValue(), dstNew.ip().stringValue() );
+            text << ( fragEntry ? "dynamic DNAT udp vlan " : "dynamic DNAT tcp vlan " )
+                 << unsigned( vlanId ) << " " << dstOld.ip() << " -> " << dstNew.ip();
+         } else if ( fragEntry ) {
+            text << "dynamic DNAPT vlan " << unsigned( vlanId ) << " " << dstOld.ip()
+                 << " -> " << dstNew.ip();
+         } else {
+            text << "dynamic DNAPT vlan " << unsigned( vlanId ) << " " << dstOld << " -> "
+                 << dstNew;
          }
-         if ( fragEntry ) {
-            return format( "dynamic DNAPT vlan %d %s -> %s", vlanId,
-                           dstOld.ip().stringValue(), dstNew.ip().stringValue() );
-         }
-         return format( "dynamic DNAPT vlan %d %s -> %s", vlanId, dstOld.stringValue(),
-                        dstNew.stringValue() );
+         return text.str();
    }
    return "";
 }

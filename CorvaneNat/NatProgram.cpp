@@ -40,7 +40,7 @@ bool allOnes( U64 nextHop ) {
 U32 NatWorkerSm::opaqueIdOf( Oro::NatHwKey const& hwKey,
                              Oro::NatHwData const& data ) const {
    CorvaneNat::HwKeyUidEntry const* row = hwKeyUidTable()->entry( hwKey );
-   FWK_ASSERT( hwKeyUidTable()->entryHas( hwKey ) );
+   FWK_ASSERT_TEXT( row, "hwKeyUidTable()->entryHas( hwKey )" );
    if ( data.multicast() ) {
       return CorvaneNat::Uid( row->mcastUid ).value();  // 0 is a range error
    }
@@ -52,14 +52,20 @@ bool NatWorkerSm::doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hw
    NAT_TRACE( 8, "doProgram",
               " key: " << hwKey.stringValue() << "%s data: " << data.stringValue()
                        << " for vlanId " << vlanId );
-   FWK_ASSERT( shadow()->entryHas( hwKey ) );
-   Oro::NatHwData const shadowData = shadow()->entry( hwKey )->data();
+   Oro::NatHwShadowEntry const* const shadowEntry = shadow()->entry( hwKey );
+   FWK_ASSERT_TEXT( shadowEntry, "shadow()->entryHas( hwKey )" );
+   Oro::NatHwData const shadowData = shadowEntry->data();
+   // The key's row, created empty if it has none (it stays even when the TCAM is full).
+   ProgramContext context{ shadowData, entryIdTable()->rowIs( hwKey ), 0 };
+   return doProgram( context, hwKey, hwKey0, data, vlanId );
+}
 
-   if ( !entryIdTable()->entryHas( hwKey ) ) {
-      entryIdTable()->entryIs( EntryIdTableEntry( hwKey ) );
-   }
+bool NatWorkerSm::doProgram( ProgramContext& context, Oro::NatHwKey const& hwKey,
+                             Oro::NatHwKey const& hwKey0, Oro::NatHwData const& data,
+                             U16 vlanId ) {
+   Oro::NatHwData const& shadowData = context.shadowData;
    bool const fragNeeded = needsFragEntry( hwKey ) && fragmentEnabled();
-   EntryIdTableEntry entry = entryIdTable()->entry( hwKey );
+   EntryIdTableEntry entry = *context.row;
 
    bool const reinstall = entry.defaultEntryIdHas( vlanId );
    if ( reinstall ) {
@@ -90,13 +96,16 @@ bool NatWorkerSm::doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hw
          }
       }
    }
-   entryIdTable()->entryIs( entry );
+   entryIdTable()->entryIs( context.row, entry );
 
    U32 const defaultEntryId = entry.defaultEntryId( vlanId );
    NAT_TRACE( 8, "doProgram",
               ( reinstall ? "updating" : "adding" )
                   << " entry " << defaultEntryId << " for vlan " << vlanId );
-   U32 const opaqueId = opaqueIdOf( hwKey, data );
+   if ( context.opaqueId == 0 ) {
+      context.opaqueId = opaqueIdOf( hwKey, data );
+   }
+   U32 const opaqueId = context.opaqueId;
    doProgramEntry( defaultEntryId, reinstall, false, hwKey, shadowData, hwKey0, data,
                    vlanId, opaqueId );
    if ( entry.fragEntryIdHas( vlanId ) ) {

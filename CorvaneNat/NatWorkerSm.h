@@ -133,6 +133,18 @@ public:
    void handleFragment() override;
    bool doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hwKey0,
                    Oro::NatHwData const& data, U16 vlanId );
+   // What programming one key's VLANs shares, looked up once per commit: the key's
+   // shadow data, its entry-id row (created empty when absent) and its opaque id (0 until
+   // first needed).
+   struct ProgramContext {
+      Oro::NatHwData const& shadowData;
+      EntryIdTable::const_iterator row;
+      U32 opaqueId;
+   };
+   // doProgram with the key's lookups already made; the row stays valid while only
+   // this key's row changes.
+   bool doProgram( ProgramContext& context, Oro::NatHwKey const& hwKey,
+                   Oro::NatHwKey const& hwKey0, Oro::NatHwData const& data, U16 vlanId );
    void doProgramEntry( U32 entryId, bool reinstall, bool fragEntry,
                         Oro::NatHwKey const& hwKey, Oro::NatHwData const& shadowData,
                         Oro::NatHwKey const& hwKey0, Oro::NatHwData const& shadowData0,

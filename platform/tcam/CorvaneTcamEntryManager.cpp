@@ -48,17 +48,13 @@ Chip::FieldProcessor* CorvaneTcamEntryManager::owner( U16 unit, U32 entryId ) co
 
 void CorvaneTcamEntryManager::record( char const* call, U16 unit, U32 entryId,
                                       Chip::Args args ) const {
-   Chip::Journal& journal = Chip::journal();
-   if ( !journal.enabled() ) {
-      return;
-   }
    Chip::JournalRecord r;
    r.call = call;
    r.unit = unit;
    r.hasEntry = true;
    r.entry = entryId;
    r.args = std::move( args );
-   journal.recordIs( std::move( r ) );
+   Chip::journal().recordIs( std::move( r ) );
 }
 
 U32 CorvaneTcamEntryManager::getEntry( U16 unit, std::string const& description,
@@ -69,7 +65,9 @@ U32 CorvaneTcamEntryManager::getEntry( U16 unit, std::string const& description,
       id = fp->entryIs( group_, description );
       ++units_[unit].allocated;
    }
-   record( "getEntry", unit, id, { Chip::nameArg( description ) } );
+   if ( journaling() ) {
+      record( "getEntry", unit, id, { Chip::nameArg( description ) } );
+   }
    return id;
 }
 
@@ -77,21 +75,28 @@ void CorvaneTcamEntryManager::setPriorityForEntry( U16 unit, U32 entryId, S32 pr
    if ( Chip::FieldProcessor* fp = owner( unit, entryId ) ) {
       fp->priorityIs( entryId, priority );
    }
-   record( "setPriorityForEntry", unit, entryId, { Chip::numberArg( U64( priority ) ) } );
+   if ( journaling() ) {
+      record( "setPriorityForEntry", unit, entryId,
+              { Chip::numberArg( U64( priority ) ) } );
+   }
 }
 
 void CorvaneTcamEntryManager::installEntry( U16 unit, U32 entryId ) {
    if ( Chip::FieldProcessor* fp = owner( unit, entryId ) ) {
       fp->install( entryId );
    }
-   record( "installEntry", unit, entryId, {} );
+   if ( journaling() ) {
+      record( "installEntry", unit, entryId, {} );
+   }
 }
 
 void CorvaneTcamEntryManager::reinstallEntry( U16 unit, U32 entryId ) {
    if ( Chip::FieldProcessor* fp = owner( unit, entryId ) ) {
       fp->reinstall( entryId );
    }
-   record( "reinstallEntry", unit, entryId, {} );
+   if ( journaling() ) {
+      record( "reinstallEntry", unit, entryId, {} );
+   }
 }
 
 void CorvaneTcamEntryManager::releaseEntry( U16 unit, U32 entryId ) {
@@ -99,15 +104,23 @@ void CorvaneTcamEntryManager::releaseEntry( U16 unit, U32 entryId ) {
       fp->entryDel( entryId );
       --units_[unit].allocated;
    }
-   record( "releaseEntry", unit, entryId, {} );
+   if ( journaling() ) {
+      record( "releaseEntry", unit, entryId, {} );
+   }
 }
 
 U64 CorvaneTcamEntryManager::hitsForEntry( U16 unit, U32 entryId ) {
    U64 hits = 0;
-   if ( Chip::FieldProcessor* fp = owner( unit, entryId ) ) {
-      hits = fp->entry( entryId )->hits();
+   if ( Chip::FieldProcessor* fp = fieldProcessor( unit ) ) {
+      // One lookup: owner() and then entry() would find the entry twice.
+      Chip::FpEntry const* entry = fp->entry( entryId );
+      if ( entry && entry->group() == group_ ) {
+         hits = entry->hits();
+      }
    }
-   record( "hitsForEntry", unit, entryId, {} );
+   if ( journaling() ) {
+      record( "hitsForEntry", unit, entryId, {} );
+   }
    return hits;
 }
 

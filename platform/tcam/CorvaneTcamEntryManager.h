@@ -70,6 +70,8 @@ private:
    // The unit's field processor when it holds `entryId` in this group, else null.
    Chip::FieldProcessor* owner( U16 unit, U32 entryId ) const;
    UnitUse use( U16 unit ) const;
+   // Callers check journaling() first, so that a disabled journal costs no arguments.
+   bool journaling() const { return Chip::journal().enabled(); }
    void record( char const* call, U16 unit, U32 entryId, Chip::Args args ) const;
 
    Chip::ChipModel::Ptr chip_;

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Builds the release and m32 configurations, runs the benchmark programs of each with
+# JSON output (into build/<preset>/bench/), and prints one table of the quality goals:
+# each goal, the measured value per configuration, its ratio to the goal and whether
+# it passes. `scripts/bench.sh release` (or m32) measures one configuration only.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh
+presets=( "${@:-release}" )
+[ $# -eq 0 ] && presets=( release m32 )
+# Repetitions per benchmark; the table takes the median.
+reps="${BENCH_REPETITIONS:-3}"
+for preset in "${presets[@]}"; do
+   echo "=== $preset"
+   cmake --preset "$preset" >/dev/null
+   cmake --build --preset "$preset" --target natbench natbench_memory
+   out="build/$preset/bench"
+   mkdir -p "$out"
+   "build/$preset/bin/natbench" --benchmark_repetitions="$reps" \
+      --benchmark_out="$out/natbench.json" --benchmark_out_format=json >/dev/null
+   "build/$preset/bin/natbench_memory" \
+      --benchmark_out="$out/memory.json" --benchmark_out_format=json >/dev/null
+done
+args=()
+for preset in "${presets[@]}"; do args+=( "$preset=build/$preset/bench" ); done
+python3 scripts/bench_summary.py "${args[@]}"

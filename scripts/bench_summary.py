@@ -1,0 +1,197 @@
+#!/usr/bin/env python3
+"""Prints the table of the quality goals from the benchmark programs' JSON output.
+
+Usage: bench_summary.py PRESET=DIR [PRESET=DIR ...], where DIR holds natbench.json and
+memory.json of that configuration. Times are CPU times (the medians where benchmarks
+were repeated); a ratio of at most 1 meets the goal.
+"""
+
+import json
+import os
+import sys
+
+UNIT = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
+
+
+def load(path):
+    runs = {}
+    if not os.path.exists(path):
+        return runs
+    try:
+        with open(path) as f:
+            doc = json.load(f)
+    except ValueError as e:
+        print("bench_summary: %s is not complete JSON (%s)" % (path, e), file=sys.stderr)
+        return runs
+    for b in doc.get("benchmarks", []):
+        if b.get("error_occurred"):
+            continue
+        name = b.get("run_name", b["name"])
+        kind = b.get("run_type", "iteration")
+        if kind == "aggregate" and b.get("aggregate_name") != "median":
+            continue
+        # A median replaces single runs of the same name.
+        if kind == "aggregate" or name not in runs:
+            runs[name] = b
+    return runs
+
+
+def find(runs, prefix):
+    for name, b in runs.items():
+        if name == prefix or name.startswith(prefix + "/"):
+            return b
+    return None
+
+
+def seconds(b):
+    """CPU seconds per iteration."""
+    return b["cpu_time"] * UNIT[b["time_unit"]]
+
+
+def per(b, counter):
+    return seconds(b) / b[counter] if b else None
+
+
+def ratio_of(a, b):
+    return a / b if a is not None and b else None
+
+
+def measures(runs, memory):
+    """name -> (value, text) per goal; value None when not measured."""
+    m = {}
+
+    def commit(kind):
+        plugin = find(runs, "BM_Commit%s/1000" % kind)
+        floor = find(runs, "BM_Commit%sFloor/1000" % kind)
+        big = find(runs, "BM_Commit%s/100000" % kind)
+        p = seconds(plugin) if plugin else None
+        f = seconds(floor) if floor else None
+        g = seconds(big) if big else None
+        m["commit " + kind] = (
+            ratio_of(p, f),
+            "%.2fx (%.2f / %.2f us)" % (p / f, p * 1e6, f * 1e6) if p and f else "n/a",
+        )
+        m["flat " + kind] = (
+            ratio_of(g, p),
+            "%.2fx (%.2f / %.2f us)" % (g / p, g * 1e6, p * 1e6) if p and g else "n/a",
+        )
+
+    commit("Snat")
+    commit("Dnapt4Vlan")
+
+    # Not goals: the loop's share of a commit (upstream's publishing left out).
+    for kind in ("Snat", "Dnapt4Vlan"):
+        served = find(runs, "BM_Commit%sServed/1000" % kind)
+        floor = find(runs, "BM_Commit%sFloor/1000" % kind)
+        if served and floor:
+            s, f = seconds(served), seconds(floor)
+            m["served " + kind] = (s / f, "%.2fx (%.2f / %.2f us)" % (s / f, s * 1e6, f * 1e6))
+
+    mem = find(memory, "BM_PluginBytesPerKey")
+    m["memory"] = (
+        mem["plugin_bytes_per_key"] if mem else None,
+        "%.1f B/key" % mem["plugin_bytes_per_key"] if mem else "n/a",
+    )
+
+    m["show rate"] = m["show slice"] = m["show slice wall"] = (None, "n/a")
+    show = find(runs, "BM_ShowCommand")
+    if show:
+        rate = show["rows_per_second"]
+        m["show rate"] = (rate, "%.0fk rows/s%s" % (rate / 1e3, stand_in(show)))
+    for key, bench in (("show slice", "BM_ShowCommandCpuClock"),
+                       ("show slice wall", "BM_ShowCommand")):
+        b = find(runs, bench)
+        if b:
+            m[key] = (
+                b["longest_slice_us"] / b["slice_limit_us"],
+                "%.0f us of %.0f us%s"
+                % (b["longest_slice_us"], b["slice_limit_us"], stand_in(b)),
+            )
+
+    # Polling: the plug-in's own work is the cycle less its hitsForEntry calls (the
+    # floor); the status writes stay in it.
+    poll = per(find(runs, "BM_HitCountPoll"), "entries")
+    pollFloor = per(find(runs, "BM_HitCountPollFloor"), "entries")
+    if poll is not None and pollFloor is not None:
+        own = poll - pollFloor
+        m["poll"] = (own, "%.3f us/entry (cycle %.3f, calls %.3f)"
+                     % (own * 1e6, poll * 1e6, pollFloor * 1e6))
+    else:
+        m["poll"] = (poll, "%.3f us/entry (cycle)" % (poll * 1e6) if poll else "n/a")
+    refresh = per(find(runs, "BM_CapacityRefresh"), "entries")
+    m["capacity"] = (refresh, "%.3f us/entry" % (refresh * 1e6) if refresh else "n/a")
+
+    for key, bench in (("trap publish", "BM_TrapAclPublish"),
+                       ("trap republish", "BM_TrapAclRepublish")):
+        p = find(runs, bench)
+        f = find(runs, bench + "Floor")
+        pv = per(p, "entries")
+        fv = per(f, "entries")
+        m[key] = (
+            ratio_of(pv, fv),
+            "%.2fx (%.3f / %.3f us/entry)" % (pv / fv, pv * 1e6, fv * 1e6)
+            if pv and fv
+            else "n/a (TrapSm not merged)",
+        )
+    return m
+
+
+def stand_in(b):
+    return " (stand-in)" if b.get("stand_in") else ""
+
+
+# name, goal text, limit, sense: "max" (value <= limit) or "min" (value >= limit)
+GOALS = [
+    ("commit Snat", "SNAT commit / floor <= 1.5x", 1.5, "max"),
+    ("commit Dnapt4Vlan", "DNAPT 4-VLAN commit / floor <= 1.5x", 1.5, "max"),
+    ("served Snat", "(info) SNAT served by the loop / floor", None, "info"),
+    ("served Dnapt4Vlan", "(info) DNAPT served by the loop / floor", None, "info"),
+    ("flat Snat", "SNAT commit 100k / 1k keys <= 1.2x", 1.2, "max"),
+    ("flat Dnapt4Vlan", "DNAPT commit 100k / 1k keys <= 1.2x", 1.2, "max"),
+    ("memory", "plug-in heap per key < 160 B", 160.0, "max"),
+    ("show rate", "show >= 1M rows/s", 1e6, "min"),
+    ("show slice", "show slice <= quantum + 1 row (CPU clock)", 1.0, "max"),
+    ("show slice wall", "(info) show slice on the real clock", None, "info"),
+    ("poll", "hit-count polling, own work < 1 us/entry", 1e-6, "max"),
+    ("capacity", "capacity refresh < 1 us/entry", 1e-6, "max"),
+    ("trap publish", "trap ACL publish / floor <= 1.5x", 1.5, "max"),
+    ("trap republish", "trap ACL republish / floor <= 1.5x", 1.5, "max"),
+]
+
+
+def main(argv):
+    configs = []
+    for arg in argv:
+        preset, _, folder = arg.partition("=")
+        runs = load(os.path.join(folder, "natbench.json"))
+        memory = load(os.path.join(folder, "memory.json"))
+        configs.append((preset, measures(runs, memory)))
+
+    header = ["goal"]
+    for preset, _ in configs:
+        header += [preset, "ratio", "result"]
+    rows = []
+    for key, text, limit, sense in GOALS:
+        row = [text]
+        for _, m in configs:
+            value, shown = m.get(key, (None, "n/a"))
+            if value is None:
+                row += [shown, "-", "not measured"]
+                continue
+            if sense == "info":
+                row += [shown, "-", "-"]
+                continue
+            ratio = value / limit if sense == "max" else limit / value
+            row += [shown, "%.2f" % ratio, "pass" if ratio <= 1.0 else "falls short"]
+        rows.append(row)
+
+    widths = [max(len(r[i]) for r in rows + [header]) for i in range(len(header))]
+    line = lambda r: "| " + " | ".join(c.ljust(w) for c, w in zip(r, widths)) + " |"
+    print(line(header))
+    print("|" + "|".join("-" * (w + 2) for w in widths) + "|")
+    for r in rows:
+        print(line(r))
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])
