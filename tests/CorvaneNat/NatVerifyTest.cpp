@@ -3,6 +3,7 @@
 // Broken expectations are made behind the plug-in's back (through the SDK shim, or in
 // the entry-id table) and must stop the process with the expectation's text.
 
+#include "NatJournalLines.h"
 #include "NatTestFixture.h"
 
 #include <algorithm>
@@ -45,29 +46,6 @@ Oro::NatHwData natData( std::vector<U16> vlans = {}, U8 protocol = 0, U64 nextHo
 IpAddrWithFullMask exact( char const* ip ) {
    return IpAddrWithFullMask( Wirel::IpAddr( ipValue( ip ) ), 0xffffffffu );
 }
-
-// Collects the plug-in's trace lines of levels 0 to 9 while it lives.
-class TraceCapture {
-public:
-   TraceCapture() : setting_( Fwk::traceSetting() ) {
-      Fwk::traceSettingIs( "ApiCorvane/*" );
-      previous_ = Fwk::traceSinkIs(
-          [this]( Fwk::TraceRecord const& r ) { lines.push_back( r.line() ); } );
-   }
-   ~TraceCapture() {
-      Fwk::traceSinkIs( previous_ );
-      Fwk::traceSettingIs( setting_ );
-   }
-   bool has( std::string const& line ) const {
-      return std::find( lines.begin(), lines.end(), line ) != lines.end();
-   }
-
-   std::vector<std::string> lines;
-
-private:
-   std::string setting_;
-   Fwk::TraceSink previous_;
-};
 
 class NatVerify : public NatTest::NatFixture {
 protected:
@@ -232,7 +210,7 @@ TEST_F( NatVerifyReadBack, ReadsAreTracedWithTheirReturnCodeAndTheSourceAddress 
    rule( 2, dnat, natData( { 10 } ) );
    U32 const source = entryId( snat );
    sdk().bcm_field_qualify_SrcIp( 1, source, ipValue( "10.0.0.1" ), 0xffffff00 );
-   TraceCapture trace;
+   NatTest::TraceCapture trace( "ApiCorvane/*" );
    worker()->doVerifySrcIp(
        source, IpAddrWithFullMask( Wirel::IpAddr( ipValue( "10.0.0.1" ) ), 0xffffff00 ) );
    worker()->doVerifySrcIp( entryId( dnat, 10 ), IpAddrWithFullMask() );
