@@ -576,11 +576,11 @@ public:
 
       auto const begin = std::chrono::steady_clock::now();
       std::string problem = checkChip();
-      for ( U32 i = 0; i < steps_ && problem.empty(); ++i ) {
+      for ( generated_ = 0; generated_ < steps_ && problem.empty(); ++generated_ ) {
          if ( std::chrono::duration<double>( std::chrono::steady_clock::now() - begin )
                   .count() > softSecondsPerSeed ) {
             std::printf( "seed %llu: stopped after %u steps (wall-time cap)\n",
-                         ( unsigned long long )seed_, i );
+                         ( unsigned long long )seed_, generated_ );
             break;
          }
          problem = playStep( gen_.next( *model_ ) );
@@ -601,8 +601,9 @@ private:
       std::snprintf(
           replay_.header, sizeof( replay_.header ),
           "NatRandomTest: seed %llu, step %zu; replay with NAT_RANDOM_SEED=%llu "
-          "NAT_RANDOM_STEPS=%zu, or play the scenario below with natsim run:\n",
-          ( unsigned long long )seed_, index, ( unsigned long long )seed_, index + 1 );
+          "NAT_RANDOM_STEPS=%u, or play the scenario below with natsim run:\n",
+          ( unsigned long long )seed_, index, ( unsigned long long )seed_,
+          generated_ + 1 );
    }
 
    std::string playStep( json const& stepJson ) {
@@ -719,7 +720,38 @@ private:
       if ( !result["problems"].empty() ) {
          return "natsim reports " + result["problems"].dump();
       }
-      return "";
+      return checkInstalledAfterChange( result["journal"] );
+   }
+
+   // The chip model applies a change to an installed entry at once; the hardware only
+   // when the entry is installed again. So every entry whose qualifiers or actions a
+   // step changed must be installed or reinstalled after its last change (or released).
+   static std::string checkInstalledAfterChange( json const& journal ) {
+      std::map<std::pair<int, U32>, std::string> changed;
+      for ( auto const& record : journal ) {
+         if ( !record.contains( "entry" ) ) {
+            continue;
+         }
+         std::string const call = record["call"];
+         std::pair<int, U32> const entry{ record["unit"].get<int>(),
+                                          record["entry"].get<U32>() };
+         bool const read =
+             call.size() > 4 && call.compare( call.size() - 4, 4, "_get" ) == 0;
+         if ( call == "installEntry" || call == "reinstallEntry" ||
+              call == "releaseEntry" ) {
+            changed.erase( entry );
+         } else if ( !read && ( call.rfind( "bcm_field_qualify_", 0 ) == 0 ||
+                                call.rfind( "bcm_field_action_", 0 ) == 0 ) ) {
+            changed[entry] = call;
+         }
+      }
+      if ( changed.empty() ) {
+         return "";
+      }
+      auto const& first = *changed.begin();
+      return "entry " + std::to_string( first.first.second ) + " of unit " +
+             std::to_string( first.first.first ) + " changed by " + first.second +
+             " and not installed again";
    }
 
    std::string checkChip() {
@@ -921,6 +953,8 @@ private:
 
    U64 seed_;
    U32 steps_;
+   // Steps the generator has made so far (the replay also holds the verify steps).
+   U32 generated_ = 0;
    Generator gen_;
    Replay replay_;
    natsim::ChipConfig chip_;
