@@ -58,6 +58,10 @@ public:
    // The scenario's chip (a step read alone takes its defaults from it).
    ChipConfig const& chip() const { return scenario_.chip; }
    Fwk::ActivityManager& loop() { return platform_->loop(); }
+   // After start(): the platform and the plug-in's mounter, for tests that check what
+   // the plug-in holds.
+   SimPlatform& platform() { return *platform_; }
+   CorvaneLib::MounterBase* mounter() const { return mounter_.ptr(); }
    // The plug-in's command callback; null when the plug-in offers none.
    Agent::AgentCommandCallback* commandCallback() const { return callback_.ptr(); }
    std::string const& callbackType() const { return options_.callbackType; }
