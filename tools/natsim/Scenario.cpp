@@ -887,8 +887,21 @@ private:
    std::optional<ScenarioError> fault_;
 };
 
+// `text` with every byte that does not start a well-formed UTF-8 sequence replaced by
+// U+FFFD.
+std::string validUtf8( std::string const& text ) {
+   std::string valid;
+   for ( std::size_t i = 0; i < text.size(); ) {
+      std::size_t const length = utf8SequenceLength( text, i );
+      valid += length == 0 ? std::string( "\xef\xbf\xbd" ) : text.substr( i, length );
+      i += length == 0 ? 1 : length;
+   }
+   return valid;
+}
+
 // The fault of a document the parser refused: its syntax error with the location as
-// the path, or a number out of range with its location.
+// the path, or a number out of range with its location. The parser quotes the bytes it
+// last read, which may end inside a UTF-8 sequence; the message is made valid UTF-8.
 ScenarioError parseFault( std::string const& text, json::exception const& e ) {
    if ( dynamic_cast<json::out_of_range const*>( &e ) ) {
       OverflowLocator locator( text );
@@ -897,7 +910,9 @@ ScenarioError parseFault( std::string const& text, json::exception const& e ) {
          return *locator.fault();
       }
    }
-   return syntaxError( e );
+   ScenarioError fault = syntaxError( e );
+   fault.message = validUtf8( fault.message );
+   return fault;
 }
 
 }  // namespace

@@ -131,6 +131,10 @@ TEST( NatsimBadInput, TextThatIsNotJson ) {
          "line 1, column 15: byte 0xe9 is not text (expected JSON in UTF-8)" },
        { "a UTF-16 surrogate in UTF-8", "{\"agent\": \"\xed\xa0\x80\"}",
          "line 1, column 12: byte 0xed is not text (expected JSON in UTF-8)" },
+       // Found by the fuzzer: the parser quotes a multi-byte character cut in half.
+       { "a character in place of a value", "{\"steps\": [{\"packet\":\xde\x84}]}",
+         "line 1, column 22: invalid JSON: syntax error while parsing value - invalid "
+         "literal; last read: '\"packet\":\xef\xbf\xbd'" },
        { "a number beyond a double", "{\n \"steps\": [{\"advance\": 1e400}]}",
          "line 2, column 24: the number 1e400 is out of range (expected at most about "
          "1.8e308 in size)" },
