@@ -573,6 +573,41 @@ Step readVerify( json const& v, std::string const& path, ChipConfig const& ) {
    return VerifyStep{ readUnsigned<U16>( v, path ) };
 }
 
+// A JSON integer from -2147483648 to -1: an SDK error code.
+int readErrorCode( json const& v, std::string const& path ) {
+   std::string const expected = "expected a negative whole number -2147483648..-1";
+   if ( !v.is_number() ) {
+      failKind( v, path, "a number" );
+   }
+   bool const inRange = v.is_number_integer() && !v.is_number_unsigned() &&
+                        v.get<S64>() < 0 &&
+                        v.get<S64>() >= std::numeric_limits<int>::min();
+   if ( !inRange ) {
+      fail( path, v.dump() + " is not an SDK error code (" + expected + ")" );
+   }
+   return static_cast<int>( v.get<S64>() );
+}
+
+std::string readSdkCall( json const& v, std::string const& path ) {
+   std::string const name = readString( v, path );
+   for ( char const* call : sdkFailureCalls() ) {
+      if ( name == call ) {
+         return name;
+      }
+   }
+   fail( path, quoted( name ) + " is not an SDK call that can fail (known: " +
+                   joined( sdkFailureCalls() ) + ")" );
+}
+
+Step readSdkFailure( json const& v, std::string const& path, ChipConfig const& ) {
+   Record const r( v, path, { "call", "rc", "nth" } );
+   SdkFailureStep s;
+   r.required( "call", &s.call, readSdkCall );
+   r.required( "rc", &s.rc, readErrorCode );
+   r.optional( "nth", &s.nth, readUnsigned<U32, 1> );
+   return s;
+}
+
 struct StepKind {
    char const* name;
    StepReader read;
@@ -594,6 +629,7 @@ StepKind const stepKinds[] = {
     { "advance", readAdvance },
     { "show", readShow },
     { "verify", readVerify },
+    { "sdkFailure", readSdkFailure },
 };
 static_assert( std::size( stepKinds ) == std::variant_size_v<Step>,
                "one step kind for each alternative of Step" );
@@ -958,6 +994,37 @@ bool readScenarioFile( std::string const& file, std::string* text,
    }
    ::close( fd );
    return true;
+}
+
+std::vector<char const*> const& sdkFailureCalls() {
+   // Every call the shim journals (the field setters and getters it does not journal
+   // cannot fail).
+   static std::vector<char const*> const calls = { "bcm_field_qualify_MyStationHit",
+                                                   "bcm_field_qualify_SrcClassField",
+                                                   "bcm_field_qualify_SrcIp",
+                                                   "bcm_field_qualify_DstIp",
+                                                   "bcm_field_qualify_L4SrcPort",
+                                                   "bcm_field_qualify_L4DstPort",
+                                                   "bcm_field_qualify_IpProtocol",
+                                                   "bcm_field_qualify_TcpControl",
+                                                   "bcm_field_qualify_L3Ingress",
+                                                   "bcm_field_qualify_IpFrag",
+                                                   "bcm_field_qualify_OpaqueObject1",
+                                                   "bcm_field_qualify_ExactMatch",
+                                                   "bcm_field_qualify_SrcIp_get",
+                                                   "bcm_field_qualify_DstIp_get",
+                                                   "bcm_field_qualify_L4SrcPort_get",
+                                                   "bcm_field_qualify_L4DstPort_get",
+                                                   "bcm_field_qualify_IpProtocol_get",
+                                                   "bcm_field_qualify_L3Ingress_get",
+                                                   "bcm_field_action_add",
+                                                   "bcm_field_action_remove_all",
+                                                   "bcm_switch_control_set",
+                                                   "soc_mem_read",
+                                                   "soc_mem_write",
+                                                   "soc_reg32_get",
+                                                   "soc_reg32_set" };
+   return calls;
 }
 
 std::vector<char const*> const& stepKindNames() {

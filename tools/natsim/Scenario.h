@@ -174,11 +174,22 @@ struct VerifyStep {
    U16 modId = 0;
 };
 
+// The chip's SDK shim is told to fail a call: the nth next call named `call` returns
+// `rc` once and changes nothing. Only calls the shim journals can fail this way.
+struct SdkFailureStep {
+   std::string call;  // required, one of sdkFailureCalls()
+   int rc = 0;        // required, negative
+   U32 nth = 1;       // 1 or more
+};
+
+// The names an sdkFailure step may give, in the shim's order.
+std::vector<char const*> const& sdkFailureCalls();
+
 // One step of a scenario; the alternatives are in the order of stepKindNames().
 typedef std::variant<NatRuleStep, NatRuleRemoveStep, TrapAclStep, TrapAclRemoveStep,
                      McastModeStep, ModuleStep, ModuleRemoveStep, MountGroupReadyStep,
                      FlashDownloadStep, FragmentEnabledStep, PacketStep, AdvanceStep,
-                     ShowStep, VerifyStep>
+                     ShowStep, VerifyStep, SdkFailureStep>
     Step;
 
 // The step's name in a scenario ("natRule", "advance", ...), for reports.
