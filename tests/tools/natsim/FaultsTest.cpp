@@ -11,7 +11,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -55,8 +54,14 @@ Outcome playFault( std::string const& name, std::string const& args = "--json" )
 
 // `text` with every character that a regular expression gives a meaning escaped.
 std::string literal( std::string const& text ) {
-   static std::regex const special( R"([.^$|()\[\]{}*+?\\])" );
-   return std::regex_replace( text, special, R"(\$&)" );
+   std::string escaped;
+   for ( char c : text ) {
+      if ( std::string( ".^$|()[]{}*+?\\" ).find( c ) != std::string::npos ) {
+         escaped += '\\';
+      }
+      escaped += c;
+   }
+   return escaped;
 }
 
 TEST( NatsimFaults, TheSdkFailureStepIsReadLikeEveryStep ) {
@@ -186,10 +191,10 @@ TcamState tcamState( json const& result ) {
       return state;
    }
    std::string const show = result["show"].back()["output"];
-   static std::regex const eid( R"re("eid[01]": "([0-9]+)")re" );
-   for ( auto it = std::sregex_iterator( show.begin(), show.end(), eid );
-         it != std::sregex_iterator(); ++it ) {
-      state.ownedNatEntries.insert( std::stoi( ( *it )[1] ) );
+   // Each entry appears as "eid0": "<id>" or "eid1": "<id>".
+   for ( std::size_t at = show.find( "\"eid" ); at != std::string::npos;
+         at = show.find( "\"eid", at + 1 ) ) {
+      state.ownedNatEntries.insert( std::atoi( show.c_str() + at + 9 ) );
    }
    for ( json const& row : result["capacity"] ) {
       if ( row["entry"] == "NAT" ) {
