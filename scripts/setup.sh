@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Installs what building and testing need, where it is missing: the compiler and CMake
 # with Ninja, GoogleTest, Google Benchmark and nlohmann-json, and their 32-bit (i386)
-# libraries for the m32 configuration. Needs root (or sudo) only when something is missing.
+# libraries for the m32 configuration; clang with its libFuzzer and sanitizer runtimes
+# for the fuzz configuration. Needs root (or sudo) only when something is missing.
 set -euo pipefail
 
 packages=(
-   cmake ninja-build g++ g++-multilib
+   cmake ninja-build g++ g++-multilib clang libclang-rt-dev
    libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev
    libgtest-dev:i386 libgmock-dev:i386 libbenchmark-dev:i386
 )

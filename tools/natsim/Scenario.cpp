@@ -1,6 +1,14 @@
 #include "tools/natsim/Scenario.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <limits>
 #include <set>
@@ -35,9 +43,23 @@ std::string elementPath( std::string const& path, std::size_t index ) {
    return path + "[" + std::to_string( index ) + "]";
 }
 
-// A string as JSON writes it, quotes and escapes included.
+// Text longer than this is cut short where a message quotes it.
+constexpr std::size_t quotedLengthMax = 60;
+
+// A string as JSON writes it, quotes and escapes included. Longer text is cut after
+// quotedLengthMax bytes (not inside a UTF-8 sequence) and followed by "...", so that a
+// message stays one readable line.
 std::string quoted( std::string const& text ) {
-   return json( text ).dump();
+   std::size_t end = text.size();
+   if ( end > quotedLengthMax ) {
+      end = quotedLengthMax;
+      while ( end > 0 && ( static_cast<unsigned char>( text[end] ) & 0xc0 ) == 0x80 ) {
+         --end;
+      }
+   }
+   std::string const shown = json( text.substr( 0, end ) )
+                                 .dump( -1, ' ', false, json::error_handler_t::replace );
+   return end < text.size() ? shown + "..." : shown;
 }
 
 std::string joined( std::vector<char const*> const& names ) {
@@ -148,6 +170,15 @@ U64 readInteger( json const& v, std::string const& path, U64 min, U64 max ) {
       failKind( v, path, "a number" );
    }
    if ( v.is_number_float() ) {
+      // A whole number too large for a 64-bit integer arrives as a double.
+      double const d = v.get<double>();
+      bool const whole = std::trunc( d ) == d;
+      // (max + 1.0 rounds to 2^64 for a 64-bit max, as max alone does.)
+      bool const beyond =
+          d < static_cast<double>( min ) || d >= static_cast<double>( max ) + 1.0;
+      if ( whole && beyond ) {
+         fail( path, v.dump() + " is out of range (expected " + range + ")" );
+      }
       fail( path, "expected a whole number " + range + ", got " + v.dump() );
    }
    bool const negative =
@@ -177,7 +208,7 @@ std::vector<T> readListOf( json const& v, std::string const& path ) {
    return list;
 }
 
-// Any number of seconds, 0 or more.
+// Any number of seconds from 0 to advanceSecondsMax.
 double readSeconds( json const& v, std::string const& path ) {
    if ( !v.is_number() ) {
       failKind( v, path, "a number" );
@@ -185,6 +216,11 @@ double readSeconds( json const& v, std::string const& path ) {
    double const seconds = v.get<double>();
    if ( seconds < 0 ) {
       fail( path, v.dump() + " is out of range (expected 0 or more seconds)" );
+   }
+   if ( seconds > advanceSecondsMax ) {
+      fail( path, v.dump() + " is out of range (expected at most " +
+                      std::to_string( static_cast<U64>( advanceSecondsMax ) ) +
+                      " seconds in one step)" );
    }
    return seconds;
 }
@@ -255,14 +291,19 @@ Wirel::IpAndPort readIpAndPort( json const& v, std::string const& path ) {
    std::size_t const colon = text.find( ':' );
    Wirel::IpAddr address;
    std::optional<U32> port = 0;
+   bool longPort = false;
    if ( colon != std::string::npos ) {
-      port = decimal( text.substr( colon + 1 ) );
+      std::string const digits = text.substr( colon + 1 );
+      port = decimal( digits );
+      longPort = !port && digits.size() > 9 && digits[0] != '0' &&
+                 digits.find_first_not_of( "0123456789" ) == std::string::npos;
    }
-   if ( !Wirel::IpAddr::fromString( text.substr( 0, colon ), address ) || !port ) {
+   if ( !Wirel::IpAddr::fromString( text.substr( 0, colon ), address ) ||
+        ( !port && !longPort ) ) {
       fail( path, quoted( text ) +
                       " is not an IPv4 address (expected a.b.c.d or a.b.c.d:port)" );
    }
-   if ( *port > std::numeric_limits<U16>::max() ) {
+   if ( longPort || *port > std::numeric_limits<U16>::max() ) {
       fail( path, quoted( text ) + " has a port out of range (expected 0..65535)" );
    }
    return Wirel::IpAndPort( address, static_cast<U16>( *port ) );
@@ -532,6 +573,41 @@ Step readVerify( json const& v, std::string const& path, ChipConfig const& ) {
    return VerifyStep{ readUnsigned<U16>( v, path ) };
 }
 
+// A JSON integer from -2147483648 to -1: an SDK error code.
+int readErrorCode( json const& v, std::string const& path ) {
+   std::string const expected = "expected a negative whole number -2147483648..-1";
+   if ( !v.is_number() ) {
+      failKind( v, path, "a number" );
+   }
+   bool const inRange = v.is_number_integer() && !v.is_number_unsigned() &&
+                        v.get<S64>() < 0 &&
+                        v.get<S64>() >= std::numeric_limits<int>::min();
+   if ( !inRange ) {
+      fail( path, v.dump() + " is not an SDK error code (" + expected + ")" );
+   }
+   return static_cast<int>( v.get<S64>() );
+}
+
+std::string readSdkCall( json const& v, std::string const& path ) {
+   std::string const name = readString( v, path );
+   for ( char const* call : sdkFailureCalls() ) {
+      if ( name == call ) {
+         return name;
+      }
+   }
+   fail( path, quoted( name ) + " is not an SDK call that can fail (known: " +
+                   joined( sdkFailureCalls() ) + ")" );
+}
+
+Step readSdkFailure( json const& v, std::string const& path, ChipConfig const& ) {
+   Record const r( v, path, { "call", "rc", "nth" } );
+   SdkFailureStep s;
+   r.required( "call", &s.call, readSdkCall );
+   r.required( "rc", &s.rc, readErrorCode );
+   r.optional( "nth", &s.nth, readUnsigned<U32, 1> );
+   return s;
+}
+
 struct StepKind {
    char const* name;
    StepReader read;
@@ -553,6 +629,7 @@ StepKind const stepKinds[] = {
     { "advance", readAdvance },
     { "show", readShow },
     { "verify", readVerify },
+    { "sdkFailure", readSdkFailure },
 };
 static_assert( std::size( stepKinds ) == std::variant_size_v<Step>,
                "one step kind for each alternative of Step" );
@@ -735,7 +812,220 @@ ScenarioError syntaxError( json::exception const& e ) {
    return ScenarioError{ location, "invalid JSON: " + text };
 }
 
+// "line L, column C" of the byte at `offset`, counted as the JSON parser counts them:
+// lines from 1, columns in bytes from 1.
+std::string location( std::string const& text, std::size_t offset ) {
+   std::size_t line = 1;
+   std::size_t lineStart = 0;
+   for ( std::size_t i = 0; i < offset && i < text.size(); ++i ) {
+      if ( text[i] == '\n' ) {
+         ++line;
+         lineStart = i + 1;
+      }
+   }
+   return "line " + std::to_string( line ) + ", column " +
+          std::to_string( offset - lineStart + 1 );
+}
+
+// The length of the UTF-8 sequence at `i` (1 to 4), or 0 when the bytes there are not
+// well-formed UTF-8 (overlong forms, surrogates and code points past U+10FFFF are not).
+std::size_t utf8SequenceLength( std::string const& text, std::size_t i ) {
+   auto const byte = [&text]( std::size_t at ) {
+      return at < text.size() ? static_cast<unsigned char>( text[at] ) : 0u;
+   };
+   unsigned const lead = byte( i );
+   if ( lead < 0x80 ) {
+      return 1;
+   }
+   // The second byte's range depends on the lead byte; later bytes are 0x80..0xbf.
+   std::size_t length = 0;
+   unsigned low = 0x80, high = 0xbf;
+   if ( lead >= 0xc2 && lead <= 0xdf ) {
+      length = 2;
+   } else if ( lead >= 0xe0 && lead <= 0xef ) {
+      length = 3;
+      low = lead == 0xe0 ? 0xa0 : 0x80;
+      high = lead == 0xed ? 0x9f : 0xbf;
+   } else if ( lead >= 0xf0 && lead <= 0xf4 ) {
+      length = 4;
+      low = lead == 0xf0 ? 0x90 : 0x80;
+      high = lead == 0xf4 ? 0x8f : 0xbf;
+   } else {
+      return 0;
+   }
+   if ( byte( i + 1 ) < low || byte( i + 1 ) > high ) {
+      return 0;
+   }
+   for ( std::size_t k = 2; k < length; ++k ) {
+      if ( byte( i + k ) < 0x80 || byte( i + k ) > 0xbf ) {
+         return 0;
+      }
+   }
+   return length;
+}
+
+// A scenario is JSON text in UTF-8. The parser would stop silently at a NUL byte, and
+// would quote other bytes raw in its message, so both are refused first, where they are.
+std::optional<ScenarioError> textFault( std::string const& text ) {
+   for ( std::size_t i = 0; i < text.size(); ) {
+      std::size_t const length = text[i] == '\0' ? 0 : utf8SequenceLength( text, i );
+      if ( length == 0 ) {
+         char hex[8];
+         std::snprintf( hex, sizeof( hex ), "0x%02x",
+                        static_cast<unsigned char>( text[i] ) );
+         return ScenarioError{ location( text, i ), "byte " + std::string( hex ) +
+                                                        " is not text (expected JSON "
+                                                        "in UTF-8)" };
+      }
+      i += length;
+   }
+   return std::nullopt;
+}
+
+// Finds where a number too large for a double stands. The parser's DOM reader drops
+// the position of that fault; its event interface gives it. Every other event is
+// accepted.
+class OverflowLocator : public nlohmann::json_sax<json> {
+public:
+   explicit OverflowLocator( std::string const& text ) : text_( text ) {}
+
+   std::optional<ScenarioError> const& fault() const { return fault_; }
+
+   bool null() override { return true; }
+   bool boolean( bool ) override { return true; }
+   bool number_integer( number_integer_t ) override { return true; }
+   bool number_unsigned( number_unsigned_t ) override { return true; }
+   bool number_float( number_float_t, string_t const& ) override { return true; }
+   bool string( string_t& ) override { return true; }
+   bool binary( binary_t& ) override { return true; }
+   bool start_object( std::size_t ) override { return true; }
+   bool key( string_t& ) override { return true; }
+   bool end_object() override { return true; }
+   bool start_array( std::size_t ) override { return true; }
+   bool end_array() override { return true; }
+   // `position` is the offset just past the number.
+   bool parse_error( std::size_t position, std::string const& token,
+                     nlohmann::detail::exception const& ) override {
+      std::size_t const start = position >= token.size() ? position - token.size() : 0;
+      std::string number = token.substr( 0, quotedLengthMax );
+      if ( number.size() < token.size() ) {
+         number += "...";
+      }
+      fault_ = ScenarioError{ location( text_, start ),
+                              "the number " + number +
+                                  " is out of range (expected at most about 1.8e308 "
+                                  "in size)" };
+      return false;
+   }
+
+private:
+   std::string const& text_;
+   std::optional<ScenarioError> fault_;
+};
+
+// `text` with every byte that does not start a well-formed UTF-8 sequence replaced by
+// U+FFFD.
+std::string validUtf8( std::string const& text ) {
+   std::string valid;
+   for ( std::size_t i = 0; i < text.size(); ) {
+      std::size_t const length = utf8SequenceLength( text, i );
+      valid += length == 0 ? std::string( "\xef\xbf\xbd" ) : text.substr( i, length );
+      i += length == 0 ? 1 : length;
+   }
+   return valid;
+}
+
+// The fault of a document the parser refused: its syntax error with the location as
+// the path, or a number out of range with its location. The parser quotes the bytes it
+// last read, which may end inside a UTF-8 sequence; the message is made valid UTF-8.
+ScenarioError parseFault( std::string const& text, json::exception const& e ) {
+   if ( dynamic_cast<json::out_of_range const*>( &e ) ) {
+      OverflowLocator locator( text );
+      json::sax_parse( text, &locator );
+      if ( locator.fault() ) {
+         return *locator.fault();
+      }
+   }
+   ScenarioError fault = syntaxError( e );
+   fault.message = validUtf8( fault.message );
+   return fault;
+}
+
 }  // namespace
+
+bool readScenarioFile( std::string const& file, std::string* text,
+                       ScenarioError* error ) {
+   auto const refuse = [error]( std::string const& message ) {
+      *error = ScenarioError{ "", message };
+      return false;
+   };
+   int const fd = ::open( file.c_str(), O_RDONLY | O_CLOEXEC );
+   if ( fd < 0 ) {
+      return refuse( std::string( "cannot be read (" ) + std::strerror( errno ) + ")" );
+   }
+   struct stat status;
+   if ( ::fstat( fd, &status ) == 0 && S_ISDIR( status.st_mode ) ) {
+      ::close( fd );
+      return refuse( "is a directory (expected a scenario file)" );
+   }
+   // Read in chunks, so that a pipe or a device works too and an endless one stops.
+   text->clear();
+   char chunk[65536];
+   for ( ;; ) {
+      ssize_t const n = ::read( fd, chunk, sizeof( chunk ) );
+      if ( n < 0 && errno == EINTR ) {
+         continue;
+      }
+      if ( n < 0 ) {
+         int const reason = errno;
+         ::close( fd );
+         return refuse( std::string( "cannot be read (" ) + std::strerror( reason ) +
+                        ")" );
+      }
+      if ( n == 0 ) {
+         break;
+      }
+      if ( text->size() + std::size_t( n ) > scenarioFileBytesMax ) {
+         ::close( fd );
+         return refuse( "is too large (expected at most " +
+                        std::to_string( scenarioFileBytesMax ) + " bytes)" );
+      }
+      text->append( chunk, std::size_t( n ) );
+   }
+   ::close( fd );
+   return true;
+}
+
+std::vector<char const*> const& sdkFailureCalls() {
+   // Every call the shim journals (the field setters and getters it does not journal
+   // cannot fail).
+   static std::vector<char const*> const calls = { "bcm_field_qualify_MyStationHit",
+                                                   "bcm_field_qualify_SrcClassField",
+                                                   "bcm_field_qualify_SrcIp",
+                                                   "bcm_field_qualify_DstIp",
+                                                   "bcm_field_qualify_L4SrcPort",
+                                                   "bcm_field_qualify_L4DstPort",
+                                                   "bcm_field_qualify_IpProtocol",
+                                                   "bcm_field_qualify_TcpControl",
+                                                   "bcm_field_qualify_L3Ingress",
+                                                   "bcm_field_qualify_IpFrag",
+                                                   "bcm_field_qualify_OpaqueObject1",
+                                                   "bcm_field_qualify_ExactMatch",
+                                                   "bcm_field_qualify_SrcIp_get",
+                                                   "bcm_field_qualify_DstIp_get",
+                                                   "bcm_field_qualify_L4SrcPort_get",
+                                                   "bcm_field_qualify_L4DstPort_get",
+                                                   "bcm_field_qualify_IpProtocol_get",
+                                                   "bcm_field_qualify_L3Ingress_get",
+                                                   "bcm_field_action_add",
+                                                   "bcm_field_action_remove_all",
+                                                   "bcm_switch_control_set",
+                                                   "soc_mem_read",
+                                                   "soc_mem_write",
+                                                   "soc_reg32_get",
+                                                   "soc_reg32_set" };
+   return calls;
+}
 
 std::vector<char const*> const& stepKindNames() {
    static std::vector<char const*> const names = [] {
@@ -762,6 +1052,10 @@ namespace {
 // into `*error`.
 template <class Read>
 bool parseWith( std::string const& text, ScenarioError* error, Read read ) {
+   if ( auto const fault = textFault( text ) ) {
+      *error = *fault;
+      return false;
+   }
    DuplicateFinder finder;
    json document;
    try {
@@ -770,7 +1064,7 @@ bool parseWith( std::string const& text, ScenarioError* error, Read read ) {
              return finder.onEvent( event, parsed );
           } );
    } catch ( json::exception const& e ) {
-      *error = syntaxError( e );
+      *error = parseFault( text, e );
       return false;
    }
    if ( finder.duplicate() ) {

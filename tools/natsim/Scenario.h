@@ -155,6 +155,10 @@ struct PacketStep {
    U32 count = 1;  // 1 or more
 };
 
+// The longest advance of one step, in seconds (about 11.6 days). Every timer that falls
+// due on the way fires, so a much longer advance would keep natsim busy for hours.
+constexpr double advanceSecondsMax = 1e6;
+
 // Virtual time moves on; due timers fire.
 struct AdvanceStep {
    double seconds = 0;
@@ -170,11 +174,22 @@ struct VerifyStep {
    U16 modId = 0;
 };
 
+// The chip's SDK shim is told to fail a call: the nth next call named `call` returns
+// `rc` once and changes nothing. Only calls the shim journals can fail this way.
+struct SdkFailureStep {
+   std::string call;  // required, one of sdkFailureCalls()
+   int rc = 0;        // required, negative
+   U32 nth = 1;       // 1 or more
+};
+
+// The names an sdkFailure step may give, in the shim's order.
+std::vector<char const*> const& sdkFailureCalls();
+
 // One step of a scenario; the alternatives are in the order of stepKindNames().
 typedef std::variant<NatRuleStep, NatRuleRemoveStep, TrapAclStep, TrapAclRemoveStep,
                      McastModeStep, ModuleStep, ModuleRemoveStep, MountGroupReadyStep,
                      FlashDownloadStep, FragmentEnabledStep, PacketStep, AdvanceStep,
-                     ShowStep, VerifyStep>
+                     ShowStep, VerifyStep, SdkFailureStep>
     Step;
 
 // The step's name in a scenario ("natRule", "advance", ...), for reports.
@@ -200,8 +215,18 @@ struct ScenarioError {
    std::string what() const;
 };
 
+// The largest scenario file natsim reads, in bytes (64 MiB).
+constexpr std::size_t scenarioFileBytesMax = std::size_t( 64 ) << 20;
+
+// Reads the scenario file `file` into `*text`. False, with a message for the file as a
+// whole (empty path), when it cannot be opened or read, is a directory, or is larger
+// than scenarioFileBytesMax; `*text` is then unspecified.
+bool readScenarioFile( std::string const& file, std::string* text, ScenarioError* error );
+
 // Reads the whole scenario in `text`. On success fills `*out` and returns true; on the
-// first fault fills `*error`, leaves `*out` as it was and returns false.
+// first fault fills `*error`, leaves `*out` as it was and returns false. Any text is
+// taken: an empty one, bytes that are not UTF-8 or a NUL byte, numbers beyond a
+// double and nesting of any depth are faults like any other. Nothing is thrown.
 bool parseScenario( std::string const& text, Scenario* out, ScenarioError* error );
 
 // Reads one step in `text`, written as an element of a scenario's "steps"

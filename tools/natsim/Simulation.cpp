@@ -6,6 +6,7 @@
 #include "platform/agent/CapacityHelperSm.h"
 #include "platform/agent/PluginLoader.h"
 #include "platform/chip/Journal.h"
+#include "platform/chip/Sdk.h"
 #include "platform/fwk/LogEvent.h"
 #include "platform/fwk/Operation.h"
 
@@ -111,6 +112,9 @@ struct Simulation::StepPlayer {
    void operator()( AdvanceStep const& s ) { sim.platform_->loop().advance( s.seconds ); }
    void operator()( ShowStep const& s ) { sim.show( s ); }
    void operator()( VerifyStep const& s ) { sim.verify( s ); }
+   void operator()( SdkFailureStep const& s ) {
+      Shim::sdk_->failureIs( s.call, s.rc, s.nth );
+   }
 };
 
 Simulation::Simulation( Scenario scenario, Options options )

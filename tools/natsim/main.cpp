@@ -4,10 +4,8 @@
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
-#include <fstream>
 #include <iostream>
 #include <memory>
-#include <sstream>
 
 #include "platform/fwk/Trace.h"
 #include "tools/natsim/Client.h"
@@ -29,17 +27,6 @@ std::string defaultPluginPath() {
    std::string exe = n > 0 ? std::string( path, std::size_t( n ) ) : std::string( "." );
    std::string dir = exe.substr( 0, exe.rfind( '/' ) );
    return dir + "/../lib/libCorvaneNatSliceWorker.so";
-}
-
-bool readFile( std::string const& file, std::string* text ) {
-   std::ifstream in( file );
-   if ( !in ) {
-      return false;
-   }
-   std::ostringstream content;
-   content << in.rdbuf();
-   *text = content.str();
-   return true;
 }
 
 }  // namespace
@@ -97,8 +84,9 @@ int main( int argc, char** argv ) {
    std::string name = "demo";
    if ( run->parsed() || serve->parsed() ) {
       name = file;
-      if ( !readFile( file, &text ) ) {
-         std::cerr << "natsim: " << file << ": cannot be read\n";
+      natsim::ScenarioError error;
+      if ( !natsim::readScenarioFile( file, &text, &error ) ) {
+         std::cerr << "natsim: " << file << ": " << error.what() << "\n";
          return 2;
       }
    } else {

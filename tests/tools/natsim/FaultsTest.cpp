@@ -1,0 +1,315 @@
+// Injected faults, played through the natsim binary with the NAT plug-in: an SDK call
+// that fails stops the agent with the plug-in's error line, and a TCAM that runs out
+// ends as the plug-in documents, with no entry leaked. The scenarios are the ones under
+// examples/faults/.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "tools/natsim/Scenario.h"
+
+namespace {
+
+using nlohmann::json;
+
+std::string readFile( std::string const& path ) {
+   std::ifstream in( path );
+   std::ostringstream text;
+   text << in.rdbuf();
+   return text.str();
+}
+
+struct Outcome {
+   bool exitedCleanly = false;  // exit status 0
+   std::string out;
+   std::string err;
+};
+
+// Runs natsim on examples/faults/<name> with `args`, as a child process: a fault that
+// stops the agent stops only the child.
+Outcome playFault( std::string const& name, std::string const& args = "--json" ) {
+   char dir[] = "/tmp/natsimfaultXXXXXX";
+   EXPECT_TRUE( ::mkdtemp( dir ) );
+   std::string const base = dir;
+   std::string const command = std::string( NATSIM_PATH ) + " run " + EXAMPLES_DIR +
+                               "/faults/" + name + " " + args + " >" + base + "/out 2>" +
+                               base + "/err";
+   int const raw = std::system( command.c_str() );
+   Outcome outcome;
+   outcome.exitedCleanly = WIFEXITED( raw ) && WEXITSTATUS( raw ) == 0;
+   outcome.out = readFile( base + "/out" );
+   outcome.err = readFile( base + "/err" );
+   std::system( ( "rm -rf " + base ).c_str() );
+   return outcome;
+}
+
+// `text` with every character that a regular expression gives a meaning escaped.
+std::string literal( std::string const& text ) {
+   std::string escaped;
+   for ( char c : text ) {
+      if ( std::string( ".^$|()[]{}*+?\\" ).find( c ) != std::string::npos ) {
+         escaped += '\\';
+      }
+      escaped += c;
+   }
+   return escaped;
+}
+
+TEST( NatsimFaults, TheSdkFailureStepIsReadLikeEveryStep ) {
+   natsim::Scenario scenario;
+   natsim::ScenarioError error;
+   ASSERT_TRUE( natsim::parseScenario(
+       R"({"steps": [{"sdkFailure": {"call": "soc_mem_write", "rc": -2147483648}},
+                     {"sdkFailure": {"call": "bcm_field_action_add", "rc": -1, "nth": 7}}]})",
+       &scenario, &error ) )
+       << error.what();
+   auto const& first = std::get<natsim::SdkFailureStep>( scenario.steps[0] );
+   EXPECT_EQ( first.call, "soc_mem_write" );
+   EXPECT_EQ( first.rc, -2147483647 - 1 );
+   EXPECT_EQ( first.nth, 1u ) << "the very next call by default";
+   EXPECT_EQ( std::get<natsim::SdkFailureStep>( scenario.steps[1] ).nth, 7u );
+   EXPECT_STREQ( natsim::stepKindName( scenario.steps[1] ), "sdkFailure" );
+
+   struct Case {
+      std::string step;
+      std::string error;
+   };
+   Case const cases[] = {
+       { R"({"rc": -1})", "steps[0].sdkFailure: missing member \"call\"" },
+       { R"({"call": "soc_mem_read"})", "steps[0].sdkFailure: missing member \"rc\"" },
+       { R"({"call": "soc_mem_read", "rc": -1, "times": 2})",
+         "steps[0].sdkFailure: unknown member \"times\" (known: call, rc, nth)" },
+       { R"({"call": "getEntry", "rc": -1})",
+         "steps[0].sdkFailure.call: \"getEntry\" is not an SDK call that can fail "
+         "(known: bcm_field_qualify_MyStationHit, " },
+       { R"({"call": 5, "rc": -1})",
+         "steps[0].sdkFailure.call: expected a string, got a number" },
+       { R"({"call": "soc_mem_read", "rc": 0})",
+         "steps[0].sdkFailure.rc: 0 is not an SDK error code (expected a negative whole "
+         "number -2147483648..-1)" },
+       { R"({"call": "soc_mem_read", "rc": -2147483649})",
+         "steps[0].sdkFailure.rc: -2147483649 is not an SDK error code" },
+       { R"({"call": "soc_mem_read", "rc": -1.5})",
+         "steps[0].sdkFailure.rc: -1.5 is not an SDK error code" },
+       { R"({"call": "soc_mem_read", "rc": "-1"})",
+         "steps[0].sdkFailure.rc: expected a number, got a string" },
+       { R"({"call": "soc_mem_read", "rc": -1, "nth": 0})",
+         "steps[0].sdkFailure.nth: 0 is out of range (expected 1..4294967295)" },
+   };
+   for ( Case const& c : cases ) {
+      std::string const text = R"({"steps": [{"sdkFailure": )" + c.step + "}]}";
+      EXPECT_FALSE( natsim::parseScenario( text, &scenario, &error ) ) << c.step;
+      EXPECT_THAT( error.what(), testing::StartsWith( c.error ) ) << c.step;
+   }
+}
+
+TEST( NatsimFaults, AFailingSdkCallStopsTheAgentWithItsErrorLine ) {
+   struct Case {
+      char const* scenario;
+      // What follows "<file>:<line> " on the error line.
+      std::string line;
+   };
+   Case const cases[] = {
+       { "sdk_qualify.json",
+         "bcm_field_qualify_SrcIp( unit(), entryId, "
+         "hwKey.srcIpAndPortOld().ip().value(), "
+         "-1 ) API ERROR:Invalid parameter (rc:-104)" },
+       { "sdk_action_add.json",
+         "bcm_field_action_add( unit(), entryId, bcmFieldActionAssignOpaqueObject1, "
+         "opaqueId, 0 ) API ERROR:Table full (rc:-106)" },
+       { "sdk_action_remove.json",
+         "bcm_field_action_remove_all( unit(), entryId ) API ERROR:Entry not found "
+         "(rc:-107)" },
+       { "sdk_mem_read.json",
+         "soc_mem_read( unit, mem, MEM_BLOCK_ANY, idx, entry ) API ERROR:Operation timed "
+         "out (rc:-109)" },
+       { "sdk_mem_write.json",
+         "soc_mem_write( unit, mem, MEM_BLOCK_ALL, idx, entry ) API ERROR:Internal error "
+         "(rc:-101)" },
+       { "sdk_reg_get.json",
+         "soc_reg32_get( unit, reg, REG_PORT_ANY, 0, &val ) API ERROR:Operation still "
+         "running (rc:-110)" },
+       { "sdk_reg_set.json",
+         "soc_reg32_set( unit, reg, REG_PORT_ANY, 0, val ) API ERROR:Operation disabled "
+         "(rc:-112)" },
+       { "sdk_switch_control.json",
+         "bcm_switch_control_set( unit, bcmSwitchL3EgressMode, true ) API ERROR:No "
+         "resources for operation (rc:-114)" },
+   };
+   for ( Case const& c : cases ) {
+      Outcome const run = playFault( c.scenario );
+      EXPECT_FALSE( run.exitedCleanly ) << c.scenario;
+      std::string const firstLine = run.err.substr( 0, run.err.find( '\n' ) );
+      EXPECT_THAT( firstLine, testing::MatchesRegex( "[A-Za-z]+\\.cpp:[0-9]+ " +
+                                                     literal( c.line ) ) )
+          << c.scenario;
+      EXPECT_THAT( run.err, testing::HasSubstr( "Assertion `0' failed." ) ) << c.scenario;
+      EXPECT_TRUE( run.out.empty() ) << c.scenario << ": no result after the stop";
+   }
+}
+
+TEST( NatsimFaults, TheToleratedSwitchControlCodeIsAccepted ) {
+   Outcome const run = playFault( "sdk_switch_control_unavailable.json" );
+   ASSERT_TRUE( run.exitedCleanly ) << run.err;
+   json const result = json::parse( run.out );
+   json calls = json::array();
+   for ( json const& call : result["journal"] ) {
+      if ( call["call"] == "bcm_switch_control_set" ) {
+         calls.push_back( call );
+      }
+   }
+   EXPECT_EQ( calls, json::parse( R"([{"step": 1, "call": "bcm_switch_control_set",
+                 "unit": 1, "args": ["bcmSwitchL3EgressMode", 1], "rc": -116}])" ) );
+   EXPECT_TRUE( result["chip"][0]["switchControls"].empty() );
+   EXPECT_TRUE( result["events"].empty() );
+   EXPECT_NE( result["chip"][0]["memories"].size(), 0u ) << "the worker initialized";
+}
+
+// What the result document says about the TCAM at the end.
+struct TcamState {
+   std::set<int> chipEntries;      // ids the chip holds
+   std::set<int> ownedNatEntries;  // eid0 and eid1 ids of the last show's output
+   json natCapacity;               // the "NAT" capacity row
+};
+
+TcamState tcamState( json const& result ) {
+   TcamState state;
+   for ( json const& entry : result["chip"][0]["entries"] ) {
+      state.chipEntries.insert( entry["id"].get<int>() );
+   }
+   if ( result["show"].empty() ) {
+      ADD_FAILURE() << "the scenario ends with a show step";
+      return state;
+   }
+   std::string const show = result["show"].back()["output"];
+   // Each entry appears as "eid0": "<id>" or "eid1": "<id>".
+   for ( std::size_t at = show.find( "\"eid" ); at != std::string::npos;
+         at = show.find( "\"eid", at + 1 ) ) {
+      state.ownedNatEntries.insert( std::atoi( show.c_str() + at + 9 ) );
+   }
+   for ( json const& row : result["capacity"] ) {
+      if ( row["entry"] == "NAT" ) {
+         state.natCapacity = row;
+      }
+   }
+   return state;
+}
+
+// Every entry the chip holds is owned, and capacity counts exactly those.
+void expectNothingLeaked( json const& result, std::set<int> const& owned ) {
+   TcamState const state = tcamState( result );
+   EXPECT_EQ( state.chipEntries, owned );
+   EXPECT_EQ( state.natCapacity["used"], owned.size() );
+   EXPECT_EQ( state.natCapacity["used"].get<int>() + state.natCapacity["free"].get<int>(),
+              state.natCapacity["max"].get<int>() );
+   EXPECT_TRUE( result["problems"].empty() ) << result["problems"];
+}
+
+// The ids the entry manager gave in `step` and the ids it took back in it.
+std::pair<std::set<int>, std::set<int>> entriesTakenAndReleased( json const& result,
+                                                                 int step ) {
+   std::set<int> taken, released;
+   for ( json const& call : result["journal"] ) {
+      if ( call["step"] == step && call["call"] == "getEntry" && call["entry"] != 0 ) {
+         taken.insert( call["entry"].get<int>() );
+      }
+      if ( call["step"] == step && call["call"] == "releaseEntry" ) {
+         released.insert( call["entry"].get<int>() );
+      }
+   }
+   return { taken, released };
+}
+
+TEST( NatsimFaults, TheDefaultEntryFindsTheTcamFull ) {
+   Outcome const run = playFault( "tcam_full_rule.json" );
+   ASSERT_TRUE( run.exitedCleanly ) << run.err << ": verify passes";
+   json const result = json::parse( run.out );
+   EXPECT_EQ( result["answers"], json::parse( R"([
+                 {"step": 0, "module": 1, "uid": 1, "result": 1, "field": 0},
+                 {"step": 1, "module": 1, "uid": 2, "result": 2, "field": 0},
+                 {"step": 2, "module": 1, "uid": 3, "result": 2, "field": 0}])" ) );
+   ASSERT_EQ( result["events"].size(), 2u );
+   EXPECT_EQ( result["events"][0]["name"], "CORVANE_NAT_TCAM_RESOURCE_FULL" );
+   EXPECT_EQ(
+       result["events"][0]["message"],
+       "Hardware resources are insufficient to add NAT rule with key <type: "
+       "staticDstNat, old dip: 203.0.113.80:80, new dip: 10.0.0.80:8080, proto: 0, "
+       "faId: 0, aclId: 0, reverse: false>" );
+   EXPECT_EQ( result["events"][1]["step"], 2 );
+   // The rule of two VLANs keeps the entry of the VLAN that found room.
+   expectNothingLeaked( result, tcamState( result ).ownedNatEntries );
+   EXPECT_EQ( tcamState( result ).ownedNatEntries, ( std::set<int>{ 1, 2 } ) );
+}
+
+TEST( NatsimFaults, TheFragmentEntryOfACommitFindsTheTcamFull ) {
+   Outcome const run = playFault( "tcam_full_fragment_commit.json" );
+   ASSERT_TRUE( run.exitedCleanly ) << run.err;
+   json const result = json::parse( run.out );
+   EXPECT_EQ( result["answers"][1], json::parse( R"(
+                 {"step": 1, "module": 1, "uid": 2, "result": 2, "field": 0})" ) );
+   ASSERT_EQ( result["events"].size(), 1u );
+   EXPECT_EQ( result["events"][0]["name"], "CORVANE_NAT_TCAM_RESOURCE_FULL" );
+   // The default entry the refused rule took is given back.
+   auto const [taken, released] = entriesTakenAndReleased( result, 1 );
+   EXPECT_EQ( taken, released );
+   expectNothingLeaked( result, { 1, 2 } );
+   EXPECT_EQ( tcamState( result ).ownedNatEntries, ( std::set<int>{ 1, 2 } ) );
+   EXPECT_EQ( result["packets"][0]["entry"], 2 ) << "a non-first fragment hits eid1";
+}
+
+TEST( NatsimFaults, SwitchingFragmentsOnWithoutRoomSwitchesThemOffAgain ) {
+   Outcome const run =
+       playFault( "tcam_full_fragment_enable.json", "--json --trace ApiCorvane/0" );
+   ASSERT_TRUE( run.exitedCleanly ) << run.err;
+   EXPECT_EQ( run.err,
+              "ApiCorvane/0 handleFragmentNot enough space in TCAM to add fragments "
+              "entries.\n"
+              "ApiCorvane/0 handleFragmentDisabling fragment feature.\n" );
+   json const result = json::parse( run.out );
+   for ( json const& answer : result["answers"] ) {
+      EXPECT_EQ( answer["result"], 1 );
+   }
+   EXPECT_TRUE( result["events"].empty() );
+   // No fragment entry was taken, and the rule after it gets none: the feature is off.
+   for ( json const& call : result["journal"] ) {
+      EXPECT_NE( call["call"], "releaseEntry" );
+   }
+   expectNothingLeaked( result, { 1, 2, 3, 4 } );
+   EXPECT_EQ( tcamState( result ).ownedNatEntries, ( std::set<int>{ 1, 2, 3, 4 } ) );
+   EXPECT_EQ( result["show"][0]["output"].get<std::string>().find( "eid1" ),
+              std::string::npos );
+}
+
+TEST( NatsimFaults, ATrapAclThatRunsOutLeavesNoneOfItsEntries ) {
+   Outcome const run = playFault( "tcam_full_trap_acl.json" );
+   ASSERT_TRUE( run.exitedCleanly ) << run.err;
+   json const result = json::parse( run.out );
+   EXPECT_EQ( result["events"], json::parse( R"([{"step": 2,
+                 "name": "CORVANENAT_TRAP_TCAM_RESOURCE_FULL",
+                 "message": "Hardware resources are insufficient to add NAT trap filter aclName: inside, vlanId: 10"}])" ) );
+   auto const [taken, released] = entriesTakenAndReleased( result, 2 );
+   EXPECT_EQ( taken.size(), 6u ) << "the ACL ran out half-way";
+   EXPECT_EQ( taken, released );
+   // Owned: the NAT rule's entry and the five entries of the ACL that fitted.
+   std::set<int> owned = tcamState( result ).ownedNatEntries;
+   for ( json const& entry : result["chip"][0]["entries"] ) {
+      if ( entry["description"].get<std::string>().find( "src=10.1.0.0/16" ) !=
+           std::string::npos ) {
+         owned.insert( entry["id"].get<int>() );
+      }
+   }
+   EXPECT_EQ( owned.size(), 6u );
+   expectNothingLeaked( result, owned );
+   EXPECT_EQ( result["packets"][0]["entry"], 0 ) << "no trap filter of the refused ACL";
+}
+
+}  // namespace
