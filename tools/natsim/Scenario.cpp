@@ -532,6 +532,18 @@ Step readVerify( json const& v, std::string const& path, ChipConfig const& ) {
    return VerifyStep{ readUnsigned<U16>( v, path ) };
 }
 
+// An empty object: a restart has no members.
+Step readRestart( json const& v, std::string const& path, ChipConfig const& ) {
+   if ( !v.is_object() ) {
+      failKind( v, path, "an object" );
+   }
+   if ( !v.empty() ) {
+      fail( path, "unknown member " + quoted( v.begin().key() ) +
+                      " (a restart takes no members: {})" );
+   }
+   return RestartStep{};
+}
+
 struct StepKind {
    char const* name;
    StepReader read;
@@ -553,6 +565,7 @@ StepKind const stepKinds[] = {
     { "advance", readAdvance },
     { "show", readShow },
     { "verify", readVerify },
+    { "restart", readRestart },
 };
 static_assert( std::size( stepKinds ) == std::variant_size_v<Step>,
                "one step kind for each alternative of Step" );

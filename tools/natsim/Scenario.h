@@ -170,11 +170,15 @@ struct VerifyStep {
    U16 modId = 0;
 };
 
+// The agent restarts as after a crash and comes up by a hitless restart; written as
+// {"restart": {}}.
+struct RestartStep {};
+
 // One step of a scenario; the alternatives are in the order of stepKindNames().
 typedef std::variant<NatRuleStep, NatRuleRemoveStep, TrapAclStep, TrapAclRemoveStep,
                      McastModeStep, ModuleStep, ModuleRemoveStep, MountGroupReadyStep,
                      FlashDownloadStep, FragmentEnabledStep, PacketStep, AdvanceStep,
-                     ShowStep, VerifyStep>
+                     ShowStep, VerifyStep, RestartStep>
     Step;
 
 // The step's name in a scenario ("natRule", "advance", ...), for reports.
