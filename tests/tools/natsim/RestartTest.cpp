@@ -325,6 +325,41 @@ TEST( Restart, APendingTransactionIsAnsweredAfterTheRestart ) {
               "static SNAT  10.0.0.1 -> 203.0.113.1 " );
 }
 
+TEST( Restart, PendingRuleAndRemovalAreAnsweredAfterTheRestart ) {
+   // With the mount group down, a new rule and a removal wait across the restart.
+   Played const run = natsim( scenario( json::parse( R"([
+      {"natRule": {"uid": 1, "key": {"type": 1, "srcOld": "10.0.0.1",
+                   "srcNew": "203.0.113.1"}}},
+      {"natRule": {"uid": 2, "key": {"type": 1, "srcOld": "10.0.0.2",
+                   "srcNew": "203.0.113.2"}}},
+      {"mountGroupReady": false},
+      {"natRuleRemove": {"uid": 2, "key": {"type": 1, "srcOld": "10.0.0.2",
+                         "srcNew": "203.0.113.2"}, "field": 4}},
+      {"natRule": {"uid": 3, "key": {"type": 1, "srcOld": "10.0.0.3",
+                   "srcNew": "203.0.113.3"}, "field": 5}},
+      {"restart": {}},
+      {"mountGroupReady": true},
+      {"verify": 1}])" ),
+                                        { { "modules", { { "1", 1 } } } } ) );
+   ASSERT_EQ( run.status, 0 ) << run.err;
+   EXPECT_EQ(
+       answersFrom( run.result, 2 ),
+       ( std::vector<std::string>{ R"({"field":0,"module":1,"result":1,"uid":1})",
+                                   R"({"field":4,"module":1,"result":1,"uid":2})",
+                                   R"({"field":5,"module":1,"result":1,"uid":3})" } ) );
+   for ( auto const& a : run.result["answers"] ) {
+      EXPECT_TRUE( a["step"] < 2 || a["step"] == 6 ) << a;
+   }
+   std::vector<std::string> descriptions;
+   for ( auto const& entry : run.result["chip"][0]["entries"] ) {
+      descriptions.push_back( entry["description"] );
+   }
+   std::sort( descriptions.begin(), descriptions.end() );
+   EXPECT_EQ( descriptions,
+              ( std::vector<std::string>{ "static SNAT  10.0.0.1 -> 203.0.113.1 ",
+                                          "static SNAT  10.0.0.3 -> 203.0.113.3 " } ) );
+}
+
 // The step always restarts hitlessly, whatever the chip's flag said at start, and the
 // phase ends with it: module sets count again, and a clean shadow entry is an error.
 class RestartPhase : public ::testing::TestWithParam<bool> {};
