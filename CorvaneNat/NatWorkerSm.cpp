@@ -107,6 +107,8 @@ NatWorkerSm::NatWorkerSm(
       hitlessInitPhase_( commonSmData ? commonSmData->hitlessRestart() : false ),
       operationOffer_( "corvanenat/natWorkerSm/" + std::to_string( modId ) ) {
    operationOffer_.operationIs( "doVerify", [this] { doVerify(); } );
+   operationOffer_.operationIs( "hitlessInitPhaseEnd",
+                                [this] { hitlessInitPhaseIs( false ); } );
    // A worker made after the flash download finished starts at once.
    handleFlashDownloadWait();
 }

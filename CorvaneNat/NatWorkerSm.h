@@ -226,8 +226,9 @@ private:
    Quay::TaskScheduler::Ptr scheduler_;
    class PollingTaskReactor;
    std::unique_ptr<PollingTaskReactor> tcamCountersPollingTask_;
-   // "doVerify" for tools, at "corvanenat/natWorkerSm/<modId>"; withdrawn as the
-   // worker goes.
+   // At "corvanenat/natWorkerSm/<modId>", withdrawn as the worker goes: "doVerify" for
+   // tools, and "hitlessInitPhaseEnd" (hitlessInitPhaseIs( false )), by which the
+   // platform ends the hitless-init phase once the shadow has been replayed.
    Fwk::OperationOffer operationOffer_;
 };
 

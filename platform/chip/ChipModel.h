@@ -5,6 +5,12 @@
 // The model is what the SDK shim and the TCAM managers work on, and what the simulator
 // reports. It is reference-counted; the shim and the managers hold a reference. A unit,
 // once created, lives as long as the model, so pointers to it stay valid.
+//
+// The chip is not part of the agent. When the agent restarts, every entry stays
+// installed with its counter and keeps matching packets, and memories, registers and
+// switch controls keep their values. The restarted agent's TCAM managers take the
+// entries over as leftover entries and release those nobody claims when the restart
+// is over (see CorvaneTcamGroupManager).
 
 #include <map>
 #include <memory>

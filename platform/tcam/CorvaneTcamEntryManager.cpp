@@ -1,5 +1,7 @@
 #include "platform/tcam/CorvaneTcamEntryManager.h"
 
+#include <set>
+
 #include "platform/fwk/Assert.h"
 
 namespace Corvane {
@@ -29,7 +31,57 @@ U32 CorvaneTcamEntryManager::entriesAllocated( U16 unit ) const {
 
 U32 CorvaneTcamEntryManager::entriesAvailable( U16 unit ) const {
    UnitUse u = use( unit );
-   return u.allocated < u.capacity ? u.capacity - u.allocated : 0;
+   U32 const taken = u.allocated + u.leftover;
+   return taken < u.capacity ? u.capacity - taken : 0;
+}
+
+void CorvaneTcamEntryManager::leftoverEntryIs( U16 unit, U32 entryId ) {
+   if ( !owner( unit, entryId ) || !leftovers_[unit].insert( entryId ).second ) {
+      return;
+   }
+   ++units_[unit].leftover;
+}
+
+U32 CorvaneTcamEntryManager::leftoverEntries( U16 unit ) const {
+   return use( unit ).leftover;
+}
+
+bool CorvaneTcamEntryManager::leftoverDel( U16 unit, U32 entryId ) {
+   auto i = leftovers_.find( unit );
+   if ( i == leftovers_.end() || !i->second.erase( entryId ) ) {
+      return false;
+   }
+   --units_[unit].leftover;
+   return true;
+}
+
+bool CorvaneTcamEntryManager::claimEntry( U16 unit, U32 entryId ) {
+   bool const claimed = leftoverDel( unit, entryId );
+   if ( claimed ) {
+      ++units_[unit].allocated;
+   }
+   if ( journaling() ) {
+      record( "claimEntry", unit, entryId, {} );
+   }
+   return claimed;
+}
+
+void CorvaneTcamEntryManager::leftoverEntriesRelease() {
+   std::map<U16, std::unordered_set<U32>> leftovers;
+   leftovers.swap( leftovers_ );
+   for ( auto const& unit : leftovers ) {
+      units_[unit.first].leftover = 0;
+      std::set<U32> ids( unit.second.begin(), unit.second.end() );
+      Chip::FieldProcessor* fp = fieldProcessor( unit.first );
+      for ( U32 id : ids ) {
+         if ( fp ) {
+            fp->entryDel( id );
+         }
+         if ( journaling() ) {
+            record( "releaseEntry", unit.first, id, {} );
+         }
+      }
+   }
 }
 
 Chip::FieldProcessor* CorvaneTcamEntryManager::fieldProcessor( U16 unit ) const {
@@ -102,7 +154,9 @@ void CorvaneTcamEntryManager::reinstallEntry( U16 unit, U32 entryId ) {
 void CorvaneTcamEntryManager::releaseEntry( U16 unit, U32 entryId ) {
    if ( Chip::FieldProcessor* fp = owner( unit, entryId ) ) {
       fp->entryDel( entryId );
-      --units_[unit].allocated;
+      if ( leftovers_.empty() || !leftoverDel( unit, entryId ) ) {
+         --units_[unit].allocated;
+      }
    }
    if ( journaling() ) {
       record( "releaseEntry", unit, entryId, {} );

@@ -16,11 +16,22 @@
 // priority, which the agent does not use, reads as its 64-bit two's complement), the
 // others' [].
 //
+// Agent restarts. The chip is not part of the agent: its entries stay installed when the
+// agent restarts, and traffic goes on matching them. A restarted agent's managers do not
+// know those ids. The group manager hands each entry it finds in the chip at its
+// construction to the manager of the entry's group as a leftover entry: it takes room
+// in the group (entriesAvailable) but is not allocated (entriesAllocated) and getEntry
+// never returns it. A leftover entry is either claimed (claimEntry: it becomes allocated
+// as if from getEntry) or released, individually with releaseEntry or all at once with
+// leftoverEntriesRelease(), which the platform calls when the restart is over. Either
+// way the chip ends with exactly the entries the restarted agent holds.
+//
 // Reference-counted; the group manager holds each manager it made, and a manager holds
 // the chip.
 
 #include <map>
 #include <string>
+#include <unordered_set>
 
 #include "platform/chip/ChipModel.h"
 #include "platform/chip/Journal.h"
@@ -57,13 +68,29 @@ public:
    U64 hitsForEntry( U16 unit, U32 entryId );
 
    U32 entriesAllocated( U16 unit ) const;
-   // Capacity minus entries allocated, 0 when the group is over capacity.
+   // Capacity minus entries allocated and leftover entries, 0 when the group is over
+   // capacity.
    U32 entriesAvailable( U16 unit ) const;
+
+   // Records an entry of this group that the chip held before the agent (re)started;
+   // the group manager calls it at construction, before any entry is allocated. Ignored
+   // for an id the unit does not hold in this group, or that is leftover already.
+   void leftoverEntryIs( U16 unit, U32 entryId );
+   // Leftover entries of the unit, not claimed or released yet.
+   U32 leftoverEntries( U16 unit ) const;
+   // Takes a leftover entry over: it becomes allocated, untouched in the chip. False
+   // (and nothing changes) when the id is not a leftover entry of the unit. Journaled
+   // as claimEntry with [].
+   bool claimEntry( U16 unit, U32 entryId );
+   // Releases every leftover entry of every unit, journaled as releaseEntry each, in
+   // ascending unit and id order.
+   void leftoverEntriesRelease();
 
 private:
    struct UnitUse {
       U32 capacity = defaultCapacity;
       U32 allocated = 0;
+      U32 leftover = 0;
    };
 
    Chip::FieldProcessor* fieldProcessor( U16 unit ) const;
@@ -74,9 +101,14 @@ private:
    bool journaling() const { return Chip::journal().enabled(); }
    void record( char const* call, U16 unit, U32 entryId, Chip::Args args ) const;
 
+   // Removes `entryId` from the unit's leftover entries; false when it is not one.
+   bool leftoverDel( U16 unit, U32 entryId );
+
    Chip::ChipModel::Ptr chip_;
    TcamGroupAssignment group_;
    std::map<U16, UnitUse> units_;
+   // Leftover entry ids per unit; empty but for a restarted agent.
+   std::map<U16, std::unordered_set<U32>> leftovers_;
 };
 
 }  // namespace Corvane

@@ -14,6 +14,23 @@ CorvaneTcamGroupManager::Ptr CorvaneTcamGroupManager::CorvaneTcamGroupManagerIs(
 CorvaneTcamGroupManager::CorvaneTcamGroupManager( Chip::ChipModel::Ptr chip )
     : Entity( "tcamManager" ), chip_( std::move( chip ) ) {
    FWK_ASSERT( chip_ );
+   leftoverEntriesIs();
+}
+
+void CorvaneTcamGroupManager::leftoverEntriesIs() {
+   for ( int unit : chip_->units() ) {
+      Chip::FieldProcessor const& fp = chip_->unit( unit )->fieldProcessor();
+      for ( U32 id : fp.entryIds() ) {
+         unboundedEntryManager( fp.entry( id )->group() )
+             ->leftoverEntryIs( static_cast<U16>( unit ), id );
+      }
+   }
+}
+
+void CorvaneTcamGroupManager::leftoverEntriesRelease() {
+   for ( auto const& manager : entryManagers_ ) {
+      manager.second->leftoverEntriesRelease();
+   }
 }
 
 CorvaneTcamEntryManager::Ptr CorvaneTcamGroupManager::unboundedEntryManager(

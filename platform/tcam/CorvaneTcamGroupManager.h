@@ -7,6 +7,11 @@
 // sets more (numPipeIs), and one copy of each entry per pipe. The id of an entry in
 // pipe p is entryId + p * pipeEntryIdStride, so pipe 0 holds the entry's own id.
 // Asking for a pipe or copy that the unit does not have throws Fwk::RangeException.
+//
+// A group manager made over a chip that already holds entries belongs to an agent that
+// restarted while the hardware kept its state: every entry of the chip becomes a
+// leftover entry of its group's entry manager (see CorvaneTcamEntryManager), and
+// leftoverEntriesRelease() ends the restart by releasing the ones nobody claimed.
 
 #include <map>
 
@@ -22,6 +27,8 @@ public:
    static constexpr U32 pipeEntryIdStride = 0x1000000;
    static constexpr U32 maxPipes = 16;
 
+   // A group manager over the chip; the entries the chip holds now become leftover
+   // entries of their groups.
    static Ptr CorvaneTcamGroupManagerIs( Chip::ChipModel::Ptr chip );
 
    // The entry manager of a group assignment, made on first use.
@@ -33,10 +40,14 @@ public:
    U32 getNumCopiesPerPipe( U16 unit, U32 pipe ) const;
    U32 getPipeEntryId( U16 unit, U32 entryId, U32 pipe, U32 copy ) const;
 
+   // Releases every leftover entry not claimed, of every group (the end of a restart).
+   void leftoverEntriesRelease();
+
 protected:
    explicit CorvaneTcamGroupManager( Chip::ChipModel::Ptr chip );
 
 private:
+   void leftoverEntriesIs();
    void pipeCheck( U16 unit, U32 pipe ) const;
 
    Chip::ChipModel::Ptr chip_;

@@ -608,6 +608,18 @@ Step readSdkFailure( json const& v, std::string const& path, ChipConfig const& )
    return s;
 }
 
+// An empty object: a restart has no members.
+Step readRestart( json const& v, std::string const& path, ChipConfig const& ) {
+   if ( !v.is_object() ) {
+      failKind( v, path, "an object" );
+   }
+   if ( !v.empty() ) {
+      fail( path, "unknown member " + quoted( v.begin().key() ) +
+                      " (a restart takes no members: {})" );
+   }
+   return RestartStep{};
+}
+
 struct StepKind {
    char const* name;
    StepReader read;
@@ -630,6 +642,7 @@ StepKind const stepKinds[] = {
     { "show", readShow },
     { "verify", readVerify },
     { "sdkFailure", readSdkFailure },
+    { "restart", readRestart },
 };
 static_assert( std::size( stepKinds ) == std::variant_size_v<Step>,
                "one step kind for each alternative of Step" );

@@ -185,11 +185,15 @@ struct SdkFailureStep {
 // The names an sdkFailure step may give, in the shim's order.
 std::vector<char const*> const& sdkFailureCalls();
 
+// The agent restarts as after a crash and comes up by a hitless restart; written as
+// {"restart": {}}.
+struct RestartStep {};
+
 // One step of a scenario; the alternatives are in the order of stepKindNames().
 typedef std::variant<NatRuleStep, NatRuleRemoveStep, TrapAclStep, TrapAclRemoveStep,
                      McastModeStep, ModuleStep, ModuleRemoveStep, MountGroupReadyStep,
                      FlashDownloadStep, FragmentEnabledStep, PacketStep, AdvanceStep,
-                     ShowStep, VerifyStep, SdkFailureStep>
+                     ShowStep, VerifyStep, SdkFailureStep, RestartStep>
     Step;
 
 // The step's name in a scenario ("natRule", "advance", ...), for reports.

@@ -86,12 +86,48 @@ void SimPlatform::unitIs( U16 unit ) {
    }
    Chip::ChipUnit& chipUnit = chip_->unitIs( unit );
    chipUnit.natChipFamilyIs( config_.familyTest );
-   tcamManager_->unboundedEntryManager( natGroup )
-       ->capacityIs( unit, config_.tcamEntries );
-   tcamManager_->numPipeIs( unit, config_.pipes );
+   tcamUnitIs( unit );
    Corvane::ChipInfo info;
    info.name = "Chip" + std::to_string( unit );
    commonData_->chipIs( unit, info );
+}
+
+void SimPlatform::tcamUnitIs( U16 unit ) {
+   tcamManager_->unboundedEntryManager( natGroup )
+       ->capacityIs( unit, config_.tcamEntries );
+   tcamManager_->numPipeIs( unit, config_.pipes );
+}
+
+void SimPlatform::agentRestart() {
+   tcamManager_ = Corvane::CorvaneTcamGroupManager::CorvaneTcamGroupManagerIs( chip_ );
+   for ( int unit : chip_->units() ) {
+      tcamUnitIs( static_cast<U16>( unit ) );
+   }
+   Corvane::CorvaneCommonSmData::Ptr old = commonData_;
+   commonData_ = new Corvane::CorvaneCommonSmData( old->name() );
+   for ( auto const& module : old->modIdToUnit() ) {
+      commonData_->modIdToUnitIs( module.first, module.second );
+   }
+   for ( auto const& chip : old->chip() ) {
+      commonData_->chipIs( chip.first, chip.second );
+   }
+   for ( auto const& wait : old->flashDownloadWait() ) {
+      commonData_->flashDownloadWaitIs( wait.first, wait.second );
+   }
+   commonData_->hitlessRestartIs( true );
+   agent_.sharedEntities["tcamManager"] = tcamManager_;
+   agent_.sharedEntities["corvaneCommon"] = commonData_;
+}
+
+bool SimPlatform::agentReady() const {
+   bool const* done =
+       commonData_->flashDownloadWait( Corvane::tcamFlashDownloadReqL3Status );
+   return agent_.sharedMem->connected() && done && *done;
+}
+
+void SimPlatform::hitlessRestartEnd() {
+   commonData_->hitlessRestartIs( false );
+   tcamManager_->leftoverEntriesRelease();
 }
 
 void SimPlatform::moduleIs( U16 modId, U16 unit ) {

@@ -7,6 +7,16 @@
 // One SimPlatform exists at a time; it installs itself on construction and uninstalls
 // on destruction. Everything the plug-in reaches goes through these objects, so the
 // simulator reads the outcome (chip, journal, status entities) from them too.
+//
+// Agent restart. The chip, the state database and the shared-memory tables are not part
+// of the agent's process and survive it; the TCAM managers and the chip-common data are
+// the agent's own. agentRestart() makes them anew, as a restarted agent does: the
+// common data takes over the module map, chips and flash-download state and has its
+// hitless-restart flag set; the new TCAM group manager finds the chip's entries still
+// installed (traffic keeps flowing) and holds them as leftover entries, which take room
+// but belong to nobody. hitlessRestartEnd() ends the restart: the flag goes off and every
+// leftover entry that nobody claimed is released, so the chip ends with exactly the
+// entries of the restarted agent. Their hit counters go with them.
 
 #include <string>
 
@@ -55,8 +65,20 @@ public:
    void moduleIs( U16 modId, U16 unit );
    void moduleDel( U16 modId );
 
+   // The agent's own platform objects are made anew over the same chip (see above).
+   // Call it after the plug-in's objects of the old agent are gone, before the new
+   // agent's mounter is built.
+   void agentRestart();
+   // Whether the agent's workers can come up: the mount group is connected and the
+   // L3-status flash download is done.
+   bool agentReady() const;
+   // Ends a hitless restart: hitless-restart flag off, leftover entries released.
+   void hitlessRestartEnd();
+
 private:
    void unitIs( U16 unit );
+   // Sizes the unit's NAT group and pipes in the TCAM managers.
+   void tcamUnitIs( U16 unit );
 
    ChipConfig config_;
    SimClock::Ptr clock_;

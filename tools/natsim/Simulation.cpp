@@ -115,6 +115,8 @@ struct Simulation::StepPlayer {
    void operator()( SdkFailureStep const& s ) {
       Shim::sdk_->failureIs( s.call, s.rc, s.nth );
    }
+
+   void operator()( RestartStep const& ) { sim.restart(); }
 };
 
 Simulation::Simulation( Scenario scenario, Options options )
@@ -154,6 +156,10 @@ bool Simulation::start( std::string* error ) {
    if ( !Agent::pluginLoad( options_.pluginPath, &plugin, error ) ) {
       return false;
    }
+   return agentStart( error );
+}
+
+bool Simulation::agentStart( std::string* error ) {
    mounter_ = Fwk::ptr_cast<CorvaneLib::MounterBase>(
        Agent::entityFromType( options_.mounterType, "natMounter" ) );
    if ( !mounter_ ) {
@@ -180,6 +186,35 @@ void Simulation::playStep( std::size_t index ) {
    step_ = static_cast<int>( index );
    journalStart_.push_back( Chip::journal().size() );
    std::visit( StepPlayer{ *this }, scenario_.steps[index] );
+   platform_->loop().runUntilIdle();
+   restartEndIfDone();
+}
+
+void Simulation::restart() {
+   // The old agent goes at once, as in a crash: the plug-in's objects, then the
+   // platform's own. Nothing is queued on the loop, which ran until idle.
+   callback_ = nullptr;
+   mounter_ = nullptr;
+   platform_->agentRestart();
+   upstream_->replay();
+   std::string error;
+   // The plug-in is loaded and registered its types already, so this cannot fail.
+   agentStart( &error );
+   restarting_ = true;
+}
+
+void Simulation::restartEndIfDone() {
+   if ( !restarting_ || !platform_->agentReady() || !upstream_->replayAnswered() ) {
+      return;
+   }
+   restarting_ = false;
+   for ( auto const& module : platform_->commonData().modIdToUnit() ) {
+      std::string error;
+      // A plug-in without the operation keeps its phase; nothing else to do then.
+      Fwk::operationInvoke( "corvanenat/natWorkerSm/" + std::to_string( module.first ),
+                            "hitlessInitPhaseEnd", &error );
+   }
+   platform_->hitlessRestartEnd();
    platform_->loop().runUntilIdle();
 }
 

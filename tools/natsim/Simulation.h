@@ -7,6 +7,15 @@
 // Every record carries the index of the step that caused it; records made while the
 // agent starts, before the first step, carry -1.
 //
+// A restart step destroys the agent as a crash does (every plug-in object, the TCAM
+// managers and the chip-common data) and starts it again by a hitless restart on the
+// same chip, state database and shared-memory tables: upstream replays the shadow, the
+// workers rebuild in their hitless-init phase, and once the agent is ready and the replay
+// is answered (at the end of the step, or of a later step when the agent is not ready
+// yet) the simulation ends the phase: it invokes the operation "hitlessInitPhaseEnd" of
+// each module's worker where the plug-in offers it and has the platform release the old
+// entries nobody claimed (SimPlatform::hitlessRestartEnd()).
+//
 // A server goes on after the scenario: followRealTime() hands the clock over to real
 // time, and playOne() plays one step more at a time. From then on records are kept only
 // while a step plays; what timers do between steps is not recorded.
@@ -68,6 +77,11 @@ public:
 
 private:
    struct StepPlayer;
+   // Creates the plug-in's mounter and command callback and starts the mounter.
+   bool agentStart( std::string* error );
+   void restart();
+   // Ends the hitless-init phase once the agent is ready and the replay answered.
+   void restartEndIfDone();
    void playStep( std::size_t index );
    void problem( std::string message );
    void packet( PacketStep const& step );
@@ -87,6 +101,8 @@ private:
    CorvaneLib::MounterBase::Ptr mounter_;
    Agent::AgentCommandCallback::Ptr callback_;
    int step_ = -1;
+   // True from a restart step until its hitless-init phase has ended.
+   bool restarting_ = false;
    // False: log events, answers and SDK calls are not recorded.
    bool recording_ = true;
    Json answers_ = Json::array();

@@ -120,6 +120,7 @@ bool Upstream::natRuleRemove( NatRuleRemoveStep const& step, std::string* proble
 
 void Upstream::publish( CorvaneNat::Uid uid, U32 field, std::set<U16> modules ) {
    awaiting_[uid.value()] = std::move( modules );
+   fields_[uid.value()] = field;
    Xact::XactSluiceConfig request;
    request.key = Xact::XactSluiceKey( uid );
    request.field = field;
@@ -152,6 +153,7 @@ void Upstream::finish( CorvaneNat::Uid uid ) {
       return;
    }
    if ( present->dirty() == Oro::NatHwShadowEntry::deletePending ) {
+      fields_.erase( uid.value() );
       shadow_->entryDel( hwKey );
       hwKeyUidTable_->entryDel( hwKey );
       uidHwKeyTable_->entryDel( uid );
@@ -161,6 +163,35 @@ void Upstream::finish( CorvaneNat::Uid uid ) {
    Oro::NatHwShadowEntry entry = *present;
    entry.dirtyIs( Oro::NatHwShadowEntry::clean );
    shadow_->entryIs( entry );
+}
+
+void Upstream::replay() {
+   std::set<U16> modules;
+   for ( auto const& module : platform_.commonData().modIdToUnit() ) {
+      modules.insert( module.first );
+   }
+   replayed_.clear();
+   for ( auto const& entry : *shadow_ ) {
+      replayed_.insert( entry.second.uid().value() );
+   }
+   for ( U32 uid : replayed_ ) {
+      if ( requests_->xactConfigHas( Xact::XactSluiceKey( CorvaneNat::Uid( uid ) ) ) ) {
+         awaiting_[uid] = modules;
+      } else {
+         auto field = fields_.find( uid );
+         publish( CorvaneNat::Uid( uid ), field == fields_.end() ? 0 : field->second,
+                  modules );
+      }
+   }
+}
+
+bool Upstream::replayAnswered() const {
+   for ( U32 uid : replayed_ ) {
+      if ( awaiting_.count( uid ) ) {
+         return false;
+      }
+   }
+   return true;
 }
 
 void Upstream::trapAcl( TrapAclStep const& step ) {

@@ -10,6 +10,12 @@
 // withdrawn and the shadow entry of a removed key (dirty 2) leaves the shadow, the uid
 // tables and the module sets, while a programmed key's entry becomes clean (dirty 0).
 // Each answer is reported through the answer callback as it arrives.
+//
+// When the agent restarts, upstream replays the shadow (replay()): every shadow entry's
+// transaction is published again, with the request field it last had, and is awaited
+// from every module of the chip-common module map, since a restarted agent's workers
+// answer every transaction while they rebuild. A request still pending at the restart
+// is left as it is (the new workers find it), and awaited from every module too.
 
 #include <functional>
 #include <map>
@@ -51,6 +57,12 @@ public:
    void trapAclRemove( TrapAclRemoveStep const& step );
    void mcastMode( McastModeStep const& step );
 
+   // Publishes the transaction of every shadow entry again, in ascending uid order.
+   void replay();
+   // True once every transaction of the last replay has been answered by every module
+   // it awaited (also when nothing was replayed).
+   bool replayAnswered() const;
+
 private:
    class AnswerReactor;
 
@@ -68,6 +80,10 @@ private:
    std::map<U16, std::unique_ptr<AnswerReactor>> answerReactors_;
    // Transactions in flight: uid -> modules that have not answered yet.
    std::map<U32, std::set<U16>> awaiting_;
+   // The request field each uid was last published with.
+   std::map<U32, U32> fields_;
+   // The uids of the last replay.
+   std::set<U32> replayed_;
 };
 
 }  // namespace natsim

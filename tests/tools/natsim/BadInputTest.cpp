@@ -235,7 +235,7 @@ TEST( NatsimBadInput, LongNamesAreCutInTheMessage ) {
          "steps[0]: unknown step \"" + name.substr( 0, 60 ) +
              "\"... (known: natRule, natRuleRemove, trapAcl, trapAclRemove, mcastMode, "
              "module, moduleRemove, mountGroupReady, flashDownload, fragmentEnabled, "
-             "packet, advance, show, verify, sdkFailure)" },
+             "packet, advance, show, verify, sdkFailure, restart)" },
        { "cut before a multi-byte character",
          oneStep( R"({"packet": {"frag": ")" + std::string( 59, 'a' ) + "\xc3\xa9\"}}" ),
          "steps[0].packet.frag: \"" + std::string( 59, 'a' ) +
