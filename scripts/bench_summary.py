@@ -97,15 +97,14 @@ def measures(runs, memory):
     show = find(runs, "BM_ShowCommand")
     if show:
         rate = show["rows_per_second"]
-        m["show rate"] = (rate, "%.0fk rows/s%s" % (rate / 1e3, stand_in(show)))
+        m["show rate"] = (rate, "%.0fk rows/s" % (rate / 1e3))
     for key, bench in (("show slice", "BM_ShowCommandCpuClock"),
                        ("show slice wall", "BM_ShowCommand")):
         b = find(runs, bench)
         if b:
             m[key] = (
                 b["longest_slice_us"] / b["slice_limit_us"],
-                "%.0f us of %.0f us%s"
-                % (b["longest_slice_us"], b["slice_limit_us"], stand_in(b)),
+                "%.0f us of %.0f us" % (b["longest_slice_us"], b["slice_limit_us"]),
             )
 
     # Polling: the plug-in's own work is the cycle less its hitsForEntry calls (the
@@ -131,13 +130,9 @@ def measures(runs, memory):
             ratio_of(pv, fv),
             "%.2fx (%.3f / %.3f us/entry)" % (pv / fv, pv * 1e6, fv * 1e6)
             if pv and fv
-            else "n/a (TrapSm not merged)",
+            else "n/a",
         )
     return m
-
-
-def stand_in(b):
-    return " (stand-in)" if b.get("stand_in") else ""
 
 
 # name, goal text, limit, sense: "max" (value <= limit) or "min" (value >= limit)
