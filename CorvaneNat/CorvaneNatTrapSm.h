@@ -200,6 +200,8 @@ private:
    TcamEntryMap tcamEntry_;
    U32 implicitDenyEntryId_ = 0;
    bool initialized_ = false;
+   // The description of the entry being programmed, reused from entry to entry.
+   std::string description_;
 };
 
 // "Value('CorvaneNat::TrapSm::TcamEntry', ** {'key': <key>, 'entryId': None})": the id
