@@ -282,20 +282,25 @@ TrapSm::TcamEntry TrapSm::tcamEntryDel( Oro::NatTrapKey const& key ) {
       return TcamEntry();
    }
    TcamEntry removed = std::move( found->second );
+   trackedRow_ = nullptr;
    tcamEntry_.erase( found );
    return removed;
 }
 
 void TrapSm::trackEntryId( Oro::NatTrapKey const& key, U32 entryId ) {
-   // In place: copying the row per id would make an ACL quadratic in its entries.
-   auto found = tcamEntry_.find( key );
-   if ( found != tcamEntry_.end() ) {
-      found->second.entryIdIs( entryId );
-      return;
+   // In place, and the row found once per ACL: copying the row per id made an ACL
+   // quadratic in its entries.
+   if ( !trackedRow_ || trackedRow_->key() != key ) {
+      auto found = tcamEntry_.find( key );
+      if ( found == tcamEntry_.end() ) {
+         TcamEntry entry;
+         entry.entryIdIs( entryId );
+         tcamEntryIs( entry );
+         return;
+      }
+      trackedRow_ = &found->second;
    }
-   TcamEntry entry;
-   entry.entryIdIs( entryId );
-   tcamEntryIs( entry );
+   trackedRow_->entryIdIs( entryId );
 }
 
 // --- TrapSm: reconciling ACLs ---
