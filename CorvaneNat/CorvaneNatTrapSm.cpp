@@ -26,26 +26,49 @@ char const* hitWord( bool emHit ) {
    return emHit ? "  EM_HIT" : " !EM_HIT";
 }
 
-// " src=10.0.0.0/8": the address and the number of leading ones of its mask.
-std::string addressText( char const* label, Wirel::IpAddrWithFullMask const& addr ) {
-   return label + addr.address().stringValue() + "/" +
-          std::to_string( addr.prefixLength() );
+// Writes `value` in decimal at `at`; returns the end.
+char* decimal( char* at, U32 value ) {
+   char digits[10];
+   int n = 0;
+   do {
+      digits[n++] = char( '0' + value % 10 );
+      value /= 10;
+   } while ( value != 0 );
+   while ( n > 0 ) {
+      *at++ = digits[--n];
+   }
+   return at;
 }
 
-std::string addressesText( Oro::NatTrapRule const& rule ) {
+// Appends " src=10.0.0.0/8": the address and the number of leading ones of its mask.
+// Written by hand: descriptions are made for every entry of an ACL.
+void appendAddress( std::string& text, char const* label,
+                    Wirel::IpAddrWithFullMask const& addr ) {
+   char buffer[24];  // "255.255.255.255/32"
+   char* at = buffer;
+   U32 const ip = addr.address().value();
+   for ( int shift = 24; shift >= 0; shift -= 8 ) {
+      at = decimal( at, ( ip >> shift ) & 0xff );
+      *at++ = shift ? '.' : '/';
+   }
+   at = decimal( at, addr.prefixLength() );
+   text += label;
+   text.append( buffer, std::size_t( at - buffer ) );
+}
+
+void appendAddresses( std::string& text, Oro::NatTrapRule const& rule ) {
    bool const srcZero = rule.srcIp().address().isZero();
    bool const dstZero = rule.dstIp().address().isZero();
    if ( srcZero && dstZero ) {
-      return " any";
+      text += " any";
+      return;
    }
-   std::string text;
    if ( !srcZero ) {
-      text += addressText( " src=", rule.srcIp() );
+      appendAddress( text, " src=", rule.srcIp() );
    }
    if ( !dstZero ) {
-      text += addressText( " dst=", rule.dstIp() );
+      appendAddress( text, " dst=", rule.dstIp() );
    }
-   return text;
 }
 
 char const* tcpControlWord( TcpControl tcpControl ) {
@@ -72,12 +95,12 @@ char const* outcomeText( Oro::NatTrapRule const& rule, bool emHit,
    return rule.permit() ? " IP => Nat" : " => SkipNat";
 }
 
-// The description of a trap or TCP control entry.
-std::string tcamEntryDescription( Oro::NatTrapRule const& rule, bool emHit,
-                                  TcpControl tcpControl ) {
-   std::string text = "NAT acl: ";
+// The description of a trap or TCP control entry, into `text`.
+std::string const& tcamEntryDescription( std::string& text, Oro::NatTrapRule const& rule,
+                                         bool emHit, TcpControl tcpControl ) {
+   text.assign( "NAT acl: " );
    text += hitWord( emHit );
-   text += addressesText( rule );
+   appendAddresses( text, rule );
    if ( !rule.permit() ) {
       text += " deny";
    }
@@ -89,12 +112,13 @@ std::string tcamEntryDescription( Oro::NatTrapRule const& rule, bool emHit,
    return text;
 }
 
-// The description of a NAT pool entry.
-std::string reverseEntryDescription( Oro::NatTrapRule const& rule, bool emHit,
-                                     bool tcpCheck, bool tcpControl ) {
-   std::string text = "NAT pool:";
+// The description of a NAT pool entry, into `text`.
+std::string const& reverseEntryDescription( std::string& text,
+                                            Oro::NatTrapRule const& rule, bool emHit,
+                                            bool tcpCheck, bool tcpControl ) {
+   text.assign( "NAT pool:" );
    text += hitWord( emHit );
-   text += addressText( " dst=", rule.dstIp() );
+   appendAddress( text, " dst=", rule.dstIp() );
    if ( !emHit ) {
       text += " IP => CPU";
    } else if ( !tcpCheck ) {
@@ -258,14 +282,25 @@ TrapSm::TcamEntry TrapSm::tcamEntryDel( Oro::NatTrapKey const& key ) {
       return TcamEntry();
    }
    TcamEntry removed = std::move( found->second );
+   trackedRow_ = nullptr;
    tcamEntry_.erase( found );
    return removed;
 }
 
 void TrapSm::trackEntryId( Oro::NatTrapKey const& key, U32 entryId ) {
-   TcamEntry entry = tcamEntry( key );
-   entry.entryIdIs( entryId );
-   tcamEntryIs( entry );
+   // In place, and the row found once per ACL: copying the row per id made an ACL
+   // quadratic in its entries.
+   if ( !trackedRow_ || trackedRow_->key() != key ) {
+      auto found = tcamEntry_.find( key );
+      if ( found == tcamEntry_.end() ) {
+         TcamEntry entry;
+         entry.entryIdIs( entryId );
+         tcamEntryIs( entry );
+         return;
+      }
+      trackedRow_ = &found->second;
+   }
+   trackedRow_->entryIdIs( entryId );
 }
 
 // --- TrapSm: reconciling ACLs ---
@@ -300,7 +335,9 @@ void TrapSm::handleTrapRequest( Oro::NatTrapKey const& key ) {
 
 void TrapSm::addTrapRule( Oro::NatTrapKey const& key ) {
    Oro::NatTrapAcl const* present = trapConfig() ? trapConfig()->trapAcl( key ) : nullptr;
-   Oro::NatTrapAcl const acl = present ? *present : Oro::NatTrapAcl( key );
+   // The configuration does not change while a reaction runs: no copy of the ACL.
+   Oro::NatTrapAcl const none( key );
+   Oro::NatTrapAcl const& acl = present ? *present : none;
    // Entries without exact-match hit come first; the order is relied upon.
    for ( bool emHit : { false, true } ) {
       if ( !addTrapRulePass( key, acl, emHit ) ) {
@@ -406,7 +443,8 @@ bool TrapSm::programTrapEntry( Oro::NatTrapKey const& key, Oro::NatTrapRule cons
          }
       }
    }
-   std::string const description = tcamEntryDescription( rule, emHit, TcpControl::none );
+   std::string const& description =
+       tcamEntryDescription( description_, rule, emHit, TcpControl::none );
    U32 const entryId =
        entryManager()->getEntry( unit(), description, CorvaneTcam::RequestKey() );
    if ( entryId == 0 ) {
@@ -457,7 +495,8 @@ bool TrapSm::programTrapEntry( Oro::NatTrapKey const& key, Oro::NatTrapRule cons
 U32 TrapSm::programTcpControlEntry( Oro::NatTrapKey const& key,
                                     Oro::NatTrapRule const& rule,
                                     TcpControl tcpControl ) {
-   std::string const description = tcamEntryDescription( rule, true, tcpControl );
+   std::string const& description =
+       tcamEntryDescription( description_, rule, true, tcpControl );
    U32 const entryId =
        entryManager()->getEntry( unit(), description, CorvaneTcam::RequestKey() );
    if ( entryId == 0 ) {
@@ -508,8 +547,8 @@ U32 TrapSm::programTcpControlEntry( Oro::NatTrapKey const& key,
 U32 TrapSm::programReverseTrapEntry( Oro::NatTrapKey const& key,
                                      Oro::NatTrapRule const& rule, bool emHit,
                                      bool tcpCheck, bool tcpControl ) {
-   std::string const description =
-       reverseEntryDescription( rule, emHit, tcpCheck, tcpControl );
+   std::string const& description =
+       reverseEntryDescription( description_, rule, emHit, tcpCheck, tcpControl );
    U32 const entryId =
        entryManager()->getEntry( unit(), description, CorvaneTcam::RequestKey() );
    if ( entryId == 0 ) {

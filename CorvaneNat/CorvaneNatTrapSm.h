@@ -135,7 +135,10 @@ public:
    void tcamEntryIs( TcamEntry const& entry );
    // Removes the row of `key` and returns it; an empty row when there was none.
    TcamEntry tcamEntryDel( Oro::NatTrapKey const& key );
-   void tcamEntryDelAll() { tcamEntry_.clear(); }
+   void tcamEntryDelAll() {
+      trackedRow_ = nullptr;
+      tcamEntry_.clear();
+   }
    void implicitDenyEntryIdIs( U32 entryId ) { implicitDenyEntryId_ = entryId; }
    void initializedIs( bool initialized ) { initialized_ = initialized; }
    // Stops and drops the reactor on the trap configuration.
@@ -200,6 +203,11 @@ private:
    TcamEntryMap tcamEntry_;
    U32 implicitDenyEntryId_ = 0;
    bool initialized_ = false;
+   // The row that trackEntryId() last recorded an id in (an ACL records all of its ids
+   // in a row); dropped whenever a row is removed.
+   TcamEntry* trackedRow_ = nullptr;
+   // The description of the entry being programmed, reused from entry to entry.
+   std::string description_;
 };
 
 // "Value('CorvaneNat::TrapSm::TcamEntry', ** {'key': <key>, 'entryId': None})": the id

@@ -60,24 +60,20 @@ public:
       at_ += size;
    }
    void character( char c ) { *at_++ = c; }
+   // Numbers and addresses are written in place: the storage was sized for their
+   // bounds, which no value of their type exceeds.
    template <class T>
    void number( T value ) {
-      char digits[24];
-      std::to_chars_result const r =
-          std::to_chars( digits, digits + sizeof( digits ), value );
-      at_ = boundedCopy( at_, digits, std::size_t( r.ptr - digits ), maxDigits<T>() );
+      at_ = std::to_chars( at_, at_ + maxDigits<T>(), value ).ptr;
    }
-   // The dotted form of an address, "10.0.0.1".
+   // The dotted form of an address, "10.0.0.1"; 15 characters at most.
    void ip( U32 value ) {
-      char dotted[16];
-      char* p = dotted;
       for ( int shift = 24; shift >= 0; shift -= 8 ) {
-         p = std::to_chars( p, dotted + sizeof( dotted ), ( value >> shift ) & 0xff ).ptr;
-         if ( shift != 0 && p < dotted + sizeof( dotted ) ) {
-            *p++ = '.';
+         at_ = std::to_chars( at_, at_ + 3, ( value >> shift ) & 0xff ).ptr;
+         if ( shift != 0 ) {
+            *at_++ = '.';
          }
       }
-      at_ = boundedCopy( at_, dotted, std::size_t( p - dotted ), 15 );
    }
 
 private:
@@ -370,8 +366,12 @@ void NatSliceCommandRequestSm::writeRow( EntryIdTableEntry const& row,
    VlanEntryIdMap const& defaults = row.defaultEntryIds();
    VlanEntryIdMap const& frags = row.fragEntryIds();
    std::size_t const objects = std::max<std::size_t>( 1, defaults.size() + frags.size() );
-   rowText_.resize( objects *
-                    ( objectTextMax + keySize + 2 * entryTextMax_ + fieldsSize ) );
+   // The text only grows: resizing it per row would clear it each time.
+   std::size_t const most =
+       objects * ( objectTextMax + keySize + 2 * entryTextMax_ + fieldsSize );
+   if ( rowText_.size() < most ) {
+      rowText_.resize( most );
+   }
    Cursor out( &rowText_[0] );
    auto openObject = [&]() {
       out.text( "{\"hwKey\": \"" );
@@ -407,8 +407,7 @@ void NatSliceCommandRequestSm::writeRow( EntryIdTableEntry const& row,
       }
       out.text( fieldsText, fieldsSize );
    }
-   rowText_.resize( std::size_t( out.at() - rowText_.data() ) );
-   output( rowText_ );
+   output( rowText_.data(), std::size_t( out.at() - rowText_.data() ) );
 }
 
 NatSliceCommandRequestSm::Ptr natSliceCommandRequestSmFactory(

@@ -1,16 +1,14 @@
-// The show command over 100 thousand installed keys, on a real clock: rows written per
-// second, and the longest slice against the time quantum. The same command on the
-// thread's CPU clock (ShowCommandCpuClock) gives the slices without the time other
-// processes took from it.
+// The show command "ShowCorvaneNatSlice" over 100 thousand installed keys, on a real
+// clock: rows written per second, and the longest slice against the time quantum.
 //
-// NOTE: the plug-in's show command ("ShowCorvaneNatSlice", CorvaneNat/NatShowCommand.*)
-// is being written on another branch and is not in this tree yet. Until it is merged,
-// this benchmark runs a stand-in written against the same command framework: a request
-// state machine that walks the worker's entry-id table and writes one row per key and
-// VLAN, asking shouldYield() after every row, as the command does. Once the command is
-// here, ShowStandIn and its callback are replaced by the plug-in's own callback (built
-// the way the agent builds it) and nothing else changes: the counters and the goal are
-// the same.
+// The command is the plug-in's own: its callback is created by type name and runs the
+// command through the agent's command framework, as the agent (and natsim serve) does,
+// with the loop's clock following real time. The same request on the thread's CPU clock
+// (ShowCommandCpuClock: the plug-in's request state machine, made as the callback makes
+// it but on that clock) gives the slices without the time other processes took from it.
+//
+// Each key is a single-VLAN SNAT key, so the command writes one row per key. Before
+// timing, one run into a file checks that every row is written.
 
 #include <benchmark/benchmark.h>
 
@@ -18,15 +16,21 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "CorvaneNat/NatShowCommand.h"
 #include "bench/BenchSupport.h"
 #include "platform/agent/AgentCommand.h"
+#include "platform/agent/PluginLoader.h"
 
 namespace {
 
 using Bench::NatBench;
 
 constexpr U32 keys = 100000;
-constexpr Fwk::Seconds quantum = 0.005;
+char const command[] = "ShowCorvaneNatSlice";
 
 // The CPU time of the calling thread: slices measured on it leave out the time the
 // machine gave to other processes, which a loaded machine adds to wall-clock slices.
@@ -40,114 +44,101 @@ public:
    bool isVirtual() const override { return false; }
 };
 
-// Rows of the entry-id table, resumed where the last slice stopped.
-class ShowStandIn : public Agent::AgentAsyncCommandRequestSm {
-public:
-   ShowStandIn( Agent::AgentCommandRequest const& request, Fwk::Clock::Ptr clock,
-                Corvane::EntryIdTable const& table )
-       : AgentAsyncCommandRequestSm( "ShowCorvaneNatSlice", request, quantum,
-                                     std::move( clock ) ),
-         table_( table ),
-         next_( table.begin() ) {}
-
-   void handleAsyncCommand( int, std::string const& ) override {
-      if ( !started_ ) {
-         output( "{\"entries\": [\n" );
-         started_ = true;
-      }
-      while ( next_ != table_.end() ) {
-         Corvane::EntryIdTableEntry const& row = *next_;
-         for ( auto const& pair : row.defaultEntryIds() ) {
-            row_.assign( "{\"key\": \"" );
-            row_ += row.key().stringValue();
-            row_ += "\", \"vlan\": ";
-            row_ += std::to_string( pair.vlanId );
-            row_ += ", \"entry\": ";
-            row_ += std::to_string( pair.entryId );
-            row_ += "},\n";
-            output( row_ );
-            ++rows_;
-         }
-         ++next_;
-         if ( shouldYield() ) {
-            return;
-         }
-      }
-      output( "]}\n" );
-      executionCompletedIs( true );
+// The request of the command for `socket`: the callback's own, or (cpuClock) the
+// plug-in's request state machine with the callback's quantum and worker on the
+// thread's CPU clock.
+Agent::AgentAsyncCommandRequestSm::Ptr request( Agent::AgentCommandCallback& callback,
+                                                int socket, bool cpuClock ) {
+   Agent::AgentCommandRequest r;
+   r.command = command;
+   r.socket = socket;
+   if ( !cpuClock ) {
+      return Agent::runAgentCommand( callback, r );
    }
-
-   U64 rows() const { return rows_; }
-
-private:
-   Corvane::EntryIdTable const& table_;
-   Corvane::EntryIdTable::const_iterator next_;
-   std::string row_;
-   bool started_ = false;
-   U64 rows_ = 0;
-};
-
-class ShowStandInCallback : public Agent::AgentCommandCallback {
-public:
-   ShowStandInCallback( Fwk::Clock::Ptr clock, Corvane::EntryIdTable const& table )
-       : AgentCommandCallback( "ShowStandInCallback" ),
-         clock_( std::move( clock ) ),
-         table_( table ) {}
-   Agent::AgentAsyncCommandRequestSm::Ptr createAgentAsyncCommandRequestSm(
-       Agent::AgentCommandRequest const& request ) override {
-      if ( request.command != "ShowCorvaneNatSlice" ) {
-         return nullptr;
-      }
-      return new ShowStandIn( request, clock_, table_ );
+   auto made = Fwk::ptr_cast<Corvane::NatSliceCommandRequestSm>(
+       callback.createAgentAsyncCommandRequestSm( r ) );
+   if ( !made ) {
+      return nullptr;
    }
+   made->hasNotificationActiveIs( false );
+   Agent::AgentAsyncCommandRequestSm::Ptr sm = Corvane::NatSliceCommandRequestSmIs(
+       "natSliceCommandRequestSm", r, made->maxRunTime(), new ThreadCpuClock,
+       made->worker() );
+   sm->initializedIs( true );
+   return sm;
+}
 
-private:
-   Fwk::Clock::Ptr clock_;
-   Corvane::EntryIdTable const& table_;
-};
+// Runs the request to completion.
+void complete( NatBench& nat, Agent::AgentAsyncCommandRequestSm& sm ) {
+   while ( !sm.executionCompleted() ) {
+      nat.loop().runUntilIdle();
+   }
+   sm.hasNotificationActiveIs( false );
+}
 
-// `cpuClock`: the request runs on the thread's CPU clock instead of the real clock.
+// The rows of one run of the command, written into a file.
+std::size_t rowsWritten( NatBench& nat, Agent::AgentCommandCallback& callback ) {
+   std::FILE* file = std::tmpfile();
+   auto sm = request( callback, fileno( file ), false );
+   if ( !sm ) {
+      std::fclose( file );
+      return 0;
+   }
+   complete( nat, *sm );
+   std::rewind( file );
+   std::string text;
+   char chunk[1 << 16];
+   std::size_t n;
+   while ( ( n = std::fread( chunk, 1, sizeof chunk, file ) ) > 0 ) {
+      text.append( chunk, n );
+   }
+   std::fclose( file );
+   std::size_t rows = 0;
+   for ( std::size_t at = text.find( "{\"hwKey\"" ); at != std::string::npos;
+         at = text.find( "{\"hwKey\"", at + 1 ) ) {
+      ++rows;
+   }
+   return rows;
+}
+
 void showCommand( benchmark::State& state, bool cpuClock ) {
    NatBench nat;
    for ( U32 i = 0; i < keys; ++i ) {
       nat.commit( Bench::snatRule( i ) );
    }
+   // From here on the loop's clock, which the command slices on, runs in real time.
+   nat.platform().clock().followRealTime();
+   auto callback = Fwk::ptr_cast<Agent::AgentCommandCallback>(
+       Agent::entityFromType( "Corvane::NatCliCallback", "natCli" ) );
+   if ( !callback ) {
+      state.SkipWithError( "the plug-in offers no Corvane::NatCliCallback" );
+      return;
+   }
+   if ( rowsWritten( nat, *callback ) != keys ) {
+      state.SkipWithError( "the command did not write one row per key" );
+      return;
+   }
    int const sink = ::open( "/dev/null", O_WRONLY );
-   Fwk::Clock::Ptr clock( cpuClock ? static_cast<Fwk::Clock*>( new ThreadCpuClock )
-                                   : new Fwk::RealClock );
-   Fwk::Ptr<ShowStandInCallback> callback(
-       new ShowStandInCallback( clock, *nat.worker()->entryIdTable() ) );
-   Agent::AgentCommandRequest request;
-   request.command = "ShowCorvaneNatSlice";
-   request.socket = sink;
-   double rows = 0;
    double seconds = 0;
    double longest = 0;
    double slices = 0;
+   double quantum = 0;
    for ( auto _ : state ) {
-      auto sm = Agent::runAgentCommand( *callback, request );
-      while ( !sm->executionCompleted() ) {
-         nat.loop().runUntilIdle();
-      }
-      auto const* show = static_cast<ShowStandIn const*>( sm.ptr() );
-      rows += double( show->rows() );
+      auto sm = request( *callback, sink, cpuClock );
+      complete( nat, *sm );
       seconds += sm->endTime() - sm->startTime();
       longest = std::max( longest, sm->longestSlice() );
       slices += sm->slices();
-      sm->hasNotificationActiveIs( false );
+      quantum = sm->maxRunTime();
    }
    ::close( sink );
-   if ( rows != double( keys ) * double( state.iterations() ) ) {
-      state.SkipWithError( "the command did not write every row" );
-   }
-   double const rowsPerSecond = rows / seconds;
+   double const rowsPerSecond = double( keys ) * double( state.iterations() ) / seconds;
    state.counters["rows_per_second"] = rowsPerSecond;
    state.counters["longest_slice_us"] = longest * 1e6;
    state.counters["quantum_us"] = quantum * 1e6;
    // What a slice may take: the quantum and the row that was running when it ran out.
    state.counters["slice_limit_us"] = ( quantum + 1.0 / rowsPerSecond ) * 1e6;
    state.counters["slices"] = slices / double( state.iterations() );
-   state.counters["stand_in"] = 1;
    state.counters["cpu_clock"] = cpuClock;
 }
 

@@ -94,18 +94,20 @@ def measures(runs, memory):
     )
 
     m["show rate"] = m["show slice"] = m["show slice wall"] = (None, "n/a")
-    show = find(runs, "BM_ShowCommand")
-    if show:
-        rate = show["rows_per_second"]
-        m["show rate"] = (rate, "%.0fk rows/s%s" % (rate / 1e3, stand_in(show)))
+    m["show rate cpu"] = (None, "n/a")
+    for key, bench in (("show rate", "BM_ShowCommand"),
+                       ("show rate cpu", "BM_ShowCommandCpuClock")):
+        b = find(runs, bench)
+        if b:
+            rate = b["rows_per_second"]
+            m[key] = (rate, "%.0fk rows/s" % (rate / 1e3))
     for key, bench in (("show slice", "BM_ShowCommandCpuClock"),
                        ("show slice wall", "BM_ShowCommand")):
         b = find(runs, bench)
         if b:
             m[key] = (
                 b["longest_slice_us"] / b["slice_limit_us"],
-                "%.0f us of %.0f us%s"
-                % (b["longest_slice_us"], b["slice_limit_us"], stand_in(b)),
+                "%.0f us of %.0f us" % (b["longest_slice_us"], b["slice_limit_us"]),
             )
 
     # Polling: the plug-in's own work is the cycle less its hitsForEntry calls (the
@@ -131,13 +133,9 @@ def measures(runs, memory):
             ratio_of(pv, fv),
             "%.2fx (%.3f / %.3f us/entry)" % (pv / fv, pv * 1e6, fv * 1e6)
             if pv and fv
-            else "n/a (TrapSm not merged)",
+            else "n/a",
         )
     return m
-
-
-def stand_in(b):
-    return " (stand-in)" if b.get("stand_in") else ""
 
 
 # name, goal text, limit, sense: "max" (value <= limit) or "min" (value >= limit)
@@ -150,6 +148,7 @@ GOALS = [
     ("flat Dnapt4Vlan", "DNAPT commit 100k / 1k keys <= 1.2x", 1.2, "max"),
     ("memory", "plug-in heap per key < 160 B", 160.0, "max"),
     ("show rate", "show >= 1M rows/s", 1e6, "min"),
+    ("show rate cpu", "(info) show rows per second of CPU time", None, "info"),
     ("show slice", "show slice <= quantum + 1 row (CPU clock)", 1.0, "max"),
     ("show slice wall", "(info) show slice on the real clock", None, "info"),
     ("poll", "hit-count polling, own work < 1 us/entry", 1e-6, "max"),

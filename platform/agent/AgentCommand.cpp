@@ -78,8 +78,8 @@ void AgentAsyncCommandRequestSm::runCommand() {
    } );
 }
 
-void AgentAsyncCommandRequestSm::output( std::string const& text ) {
-   buffer_ += text;
+void AgentAsyncCommandRequestSm::output( char const* text, std::size_t size ) {
+   buffer_.append( text, size );
    // A slice that does not yield when asked still writes out what outgrows the buffer.
    if ( buffer_.size() >= 2 * maxBufferSize_ ) {
       ++bufferFullCount_;

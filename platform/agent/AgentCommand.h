@@ -53,7 +53,8 @@ public:
    void runCommand();
 
    // Appends to the output; the buffer is written out when full and after each slice.
-   void output( std::string const& text );
+   void output( std::string const& text ) { output( text.data(), text.size() ); }
+   void output( char const* text, std::size_t size );
    bool shouldYield();
    bool isTimeQuantaExpired() const;
    bool isBufferFull() const;

@@ -26,6 +26,13 @@ inline U32 hashMix( U32 h, U32 v ) noexcept {
    return h;
 }
 
+// Mixes a 64-bit value into a running 64-bit hash with one multiply; for keys of many
+// fields, packed into words, where hashing is on every access.
+inline U64 hashMix64( U64 h, U64 v ) noexcept {
+   h = ( h ^ v ) * 0x9e3779b97f4a7c15ull;
+   return h ^ ( h >> 29 );
+}
+
 // Mixes a string into a running hash: its length, then its bytes four at a time (the
 // length keeps "ab" + "c" and "a" + "bc" apart when strings are mixed one after another).
 U32 hashMixString( U32 h, std::string const& s ) noexcept;

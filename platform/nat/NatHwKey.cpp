@@ -62,17 +62,18 @@ std::string NatHwKey::stringValue() const {
 }
 
 unsigned NatHwKey::hash( unsigned seed ) const noexcept {
-   U32 h = seed;
-   h = Fwk::hashMix( h, keyType_ );
-   for ( int f = 0; f < 4; ++f ) {
-      h = Fwk::hashMix( h, ip_[f] );
+   // The fields packed into five words, each mixed in with one multiply.
+   U64 const words[5] = {
+       ( U64( ip_[0] ) << 32 ) | ip_[1], ( U64( ip_[2] ) << 32 ) | ip_[3],
+       ( U64( port_[0] ) << 48 ) | ( U64( port_[1] ) << 32 ) | ( U64( port_[2] ) << 16 ) |
+           port_[3],
+       ( U64( U32( keyType_ ) ) << 32 ) | ( U64( dynProto_ ) << 8 ) | U64( reverse_ ),
+       ( U64( faId_ ) << 32 ) | aclId_.value() };
+   U64 h = seed;
+   for ( U64 word : words ) {
+      h = Fwk::hashMix64( h, word );
    }
-   h = Fwk::hashMix( h, ( U32( port_[0] ) << 16 ) | port_[1] );
-   h = Fwk::hashMix( h, ( U32( port_[2] ) << 16 ) | port_[3] );
-   h = Fwk::hashMix( h, ( U32( dynProto_ ) << 8 ) | U32( reverse_ ) );
-   h = Fwk::hashMix( h, faId_ );
-   h = Fwk::hashMix( h, aclId_.value() );
-   return h;
+   return unsigned( h ^ ( h >> 32 ) );
 }
 
 bool NatHwKey::operator==( NatHwKey const& o ) const {

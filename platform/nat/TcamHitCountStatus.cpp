@@ -15,13 +15,15 @@ std::string TcamHitCountKey::stringValue() const {
 }
 
 unsigned TcamHitCountKey::hash( unsigned seed ) const noexcept {
-   U32 h = seed;
-   h = Fwk::hashMix( h, keyType_ );
-   h = Fwk::hashMix( h, srcAddr_.value() );
-   h = Fwk::hashMix( h, dstAddr_.value() );
-   h = Fwk::hashMix( h, ( U32( srcPort_ ) << 16 ) | dstPort_ );
-   h = Fwk::hashMix( h, protocol_ );
-   return h;
+   // The fields packed into three words, each mixed in with one multiply.
+   U64 const words[3] = { ( U64( U32( keyType_ ) ) << 32 ) | protocol_,
+                          ( U64( srcAddr_.value() ) << 32 ) | dstAddr_.value(),
+                          ( U64( srcPort_ ) << 16 ) | dstPort_ };
+   U64 h = seed;
+   for ( U64 word : words ) {
+      h = Fwk::hashMix64( h, word );
+   }
+   return unsigned( h ^ ( h >> 32 ) );
 }
 
 bool TcamHitCountKey::operator==( TcamHitCountKey const& o ) const {

@@ -52,11 +52,8 @@ U32 prefixMask( unsigned length ) {
 }
 
 unsigned IpAddrWithFullMask::prefixLength() const {
-   unsigned length = 0;
-   while ( length < 32 && ( mask_ & ( 0x80000000u >> length ) ) ) {
-      ++length;
-   }
-   return length;
+   // The leading ones of the mask are the leading zeros of its complement.
+   return mask_ == 0xffffffffu ? 32u : unsigned( __builtin_clz( ~mask_ ) );
 }
 
 bool IpAddrWithFullMask::maskIsContiguous() const {
