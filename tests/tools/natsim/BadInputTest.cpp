@@ -4,22 +4,13 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <string>
 
-namespace {
+#include "NatsimProcess.h"
 
-std::string readFile( std::string const& path ) {
-   std::ifstream in( path );
-   std::ostringstream text;
-   text << in.rdbuf();
-   return text.str();
-}
+namespace {
 
 // `text` repeated `n` times.
 std::string repeated( std::string const& text, int n ) {
@@ -34,37 +25,19 @@ std::string oneStep( std::string const& step ) {
    return R"({"steps": [)" + step + "]}";
 }
 
-// A temporary folder with natsim's output files; removed at the end.
+using NatsimProcess::Outcome;
+
+// A temporary folder in which natsim runs on files.
 class Workspace {
 public:
-   Workspace() {
-      char dir[] = "/tmp/natsimbadXXXXXX";
-      EXPECT_TRUE( ::mkdtemp( dir ) );
-      dir_ = dir;
-   }
-   ~Workspace() { std::system( ( "rm -rf " + dir_ ).c_str() ); }
-   std::string const& dir() const { return dir_; }
-
-   struct Outcome {
-      int status = -1;  // exit status; -1 when natsim did not exit normally
-      std::string out;
-      std::string err;
-   };
-
+   std::string const& dir() const { return dir_.path(); }
    // Runs `natsim run PATH`.
    Outcome run( std::string const& path ) const {
-      std::string const command = std::string( NATSIM_PATH ) + " run '" + path + "' >" +
-                                  dir_ + "/out 2>" + dir_ + "/err";
-      int const raw = std::system( command.c_str() );
-      Outcome outcome;
-      outcome.status = WIFEXITED( raw ) ? WEXITSTATUS( raw ) : -1;
-      outcome.out = readFile( dir_ + "/out" );
-      outcome.err = readFile( dir_ + "/err" );
-      return outcome;
+      return NatsimProcess::natsimIn( dir_, "run '" + path + "'" );
    }
 
 private:
-   std::string dir_;
+   NatsimProcess::TempDir dir_;
 };
 
 struct Case {
@@ -79,7 +52,7 @@ void expectRefused( std::vector<Case> const& cases ) {
    std::string const file = space.dir() + "/scenario.json";
    for ( Case const& c : cases ) {
       std::ofstream( file, std::ios::binary | std::ios::trunc ) << c.content;
-      Workspace::Outcome const run = space.run( file );
+      Outcome const run = space.run( file );
       EXPECT_EQ( run.status, 2 ) << c.what << ": " << run.err;
       EXPECT_EQ( run.err, "natsim: " + file + ": " + c.message + "\n" ) << c.what;
       EXPECT_TRUE( run.out.empty() ) << c.what << ": nothing is played";
@@ -88,7 +61,7 @@ void expectRefused( std::vector<Case> const& cases ) {
 
 TEST( NatsimBadInput, FilesThatAreNoScenario ) {
    Workspace const space;
-   Workspace::Outcome run = space.run( space.dir() );
+   Outcome run = space.run( space.dir() );
    EXPECT_EQ( run.status, 2 );
    EXPECT_EQ( run.err, "natsim: " + space.dir() +
                            ": is a directory (expected a scenario file)\n" );

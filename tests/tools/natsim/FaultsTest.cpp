@@ -5,51 +5,25 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <nlohmann/json.hpp>
 
-#include <cstdlib>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <string>
 
+#include "NatsimProcess.h"
 #include "tools/natsim/Scenario.h"
 
 namespace {
 
 using nlohmann::json;
 
-std::string readFile( std::string const& path ) {
-   std::ifstream in( path );
-   std::ostringstream text;
-   text << in.rdbuf();
-   return text.str();
-}
+using NatsimProcess::Outcome;
 
-struct Outcome {
-   bool exitedCleanly = false;  // exit status 0
-   std::string out;
-   std::string err;
-};
-
-// Runs natsim on examples/faults/<name> with `args`, as a child process: a fault that
-// stops the agent stops only the child.
+// Runs natsim on examples/faults/<name> with `args`.
 Outcome playFault( std::string const& name, std::string const& args = "--json" ) {
-   char dir[] = "/tmp/natsimfaultXXXXXX";
-   EXPECT_TRUE( ::mkdtemp( dir ) );
-   std::string const base = dir;
-   std::string const command = std::string( NATSIM_PATH ) + " run " + EXAMPLES_DIR +
-                               "/faults/" + name + " " + args + " >" + base + "/out 2>" +
-                               base + "/err";
-   int const raw = std::system( command.c_str() );
-   Outcome outcome;
-   outcome.exitedCleanly = WIFEXITED( raw ) && WEXITSTATUS( raw ) == 0;
-   outcome.out = readFile( base + "/out" );
-   outcome.err = readFile( base + "/err" );
-   std::system( ( "rm -rf " + base ).c_str() );
-   return outcome;
+   NatsimProcess::TempDir const dir;
+   return NatsimProcess::natsimIn(
+       dir, "run " + std::string( EXAMPLES_DIR ) + "/faults/" + name + " " + args );
 }
 
 // `text` with every character that a regular expression gives a meaning escaped.
@@ -147,7 +121,7 @@ TEST( NatsimFaults, AFailingSdkCallStopsTheAgentWithItsErrorLine ) {
    };
    for ( Case const& c : cases ) {
       Outcome const run = playFault( c.scenario );
-      EXPECT_FALSE( run.exitedCleanly ) << c.scenario;
+      EXPECT_NE( run.status, 0 ) << c.scenario;
       std::string const firstLine = run.err.substr( 0, run.err.find( '\n' ) );
       EXPECT_THAT( firstLine, testing::MatchesRegex( "[A-Za-z]+\\.cpp:[0-9]+ " +
                                                      literal( c.line ) ) )
@@ -159,7 +133,7 @@ TEST( NatsimFaults, AFailingSdkCallStopsTheAgentWithItsErrorLine ) {
 
 TEST( NatsimFaults, TheToleratedSwitchControlCodeIsAccepted ) {
    Outcome const run = playFault( "sdk_switch_control_unavailable.json" );
-   ASSERT_TRUE( run.exitedCleanly ) << run.err;
+   ASSERT_EQ( run.status, 0 ) << run.err;
    json const result = json::parse( run.out );
    json calls = json::array();
    for ( json const& call : result["journal"] ) {
@@ -231,7 +205,7 @@ std::pair<std::set<int>, std::set<int>> entriesTakenAndReleased( json const& res
 
 TEST( NatsimFaults, TheDefaultEntryFindsTheTcamFull ) {
    Outcome const run = playFault( "tcam_full_rule.json" );
-   ASSERT_TRUE( run.exitedCleanly ) << run.err << ": verify passes";
+   ASSERT_EQ( run.status, 0 ) << run.err << ": verify passes";
    json const result = json::parse( run.out );
    EXPECT_EQ( result["answers"], json::parse( R"([
                  {"step": 0, "module": 1, "uid": 1, "result": 1, "field": 0},
@@ -252,7 +226,7 @@ TEST( NatsimFaults, TheDefaultEntryFindsTheTcamFull ) {
 
 TEST( NatsimFaults, TheFragmentEntryOfACommitFindsTheTcamFull ) {
    Outcome const run = playFault( "tcam_full_fragment_commit.json" );
-   ASSERT_TRUE( run.exitedCleanly ) << run.err;
+   ASSERT_EQ( run.status, 0 ) << run.err;
    json const result = json::parse( run.out );
    EXPECT_EQ( result["answers"][1], json::parse( R"(
                  {"step": 1, "module": 1, "uid": 2, "result": 2, "field": 0})" ) );
@@ -269,7 +243,7 @@ TEST( NatsimFaults, TheFragmentEntryOfACommitFindsTheTcamFull ) {
 TEST( NatsimFaults, SwitchingFragmentsOnWithoutRoomSwitchesThemOffAgain ) {
    Outcome const run =
        playFault( "tcam_full_fragment_enable.json", "--json --trace ApiCorvane/0" );
-   ASSERT_TRUE( run.exitedCleanly ) << run.err;
+   ASSERT_EQ( run.status, 0 ) << run.err;
    EXPECT_EQ( run.err,
               "ApiCorvane/0 handleFragmentNot enough space in TCAM to add fragments "
               "entries.\n"
@@ -291,7 +265,7 @@ TEST( NatsimFaults, SwitchingFragmentsOnWithoutRoomSwitchesThemOffAgain ) {
 
 TEST( NatsimFaults, ATrapAclThatRunsOutLeavesNoneOfItsEntries ) {
    Outcome const run = playFault( "tcam_full_trap_acl.json" );
-   ASSERT_TRUE( run.exitedCleanly ) << run.err;
+   ASSERT_EQ( run.status, 0 ) << run.err;
    json const result = json::parse( run.out );
    EXPECT_EQ( result["events"], json::parse( R"([{"step": 2,
                  "name": "CORVANENAT_TRAP_TCAM_RESOURCE_FULL",

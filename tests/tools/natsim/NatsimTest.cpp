@@ -2,45 +2,15 @@
 // a scenario played through a test plug-in with the result document it prints.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <nlohmann/json.hpp>
 
-#include <cstdio>
-#include <fstream>
-#include <sstream>
+#include "NatsimProcess.h"
 
 namespace {
 
-struct Outcome {
-   int status = -1;
-   std::string out;
-   std::string err;
-};
+using NatsimProcess::Outcome;
 
-std::string readFile( std::string const& path ) {
-   std::ifstream in( path );
-   std::ostringstream text;
-   text << in.rdbuf();
-   return text.str();
-}
-
-// Runs natsim on a scenario text with extra arguments.
-Outcome natsim( std::string const& scenario, std::string const& args = "" ) {
-   char dir[] = "/tmp/natsimtestXXXXXX";
-   EXPECT_TRUE( ::mkdtemp( dir ) );
-   std::string base = dir;
-   std::ofstream( base + "/scenario.json" ) << scenario;
-   std::string command = std::string( NATSIM_PATH ) + " run " + base + "/scenario.json " +
-                         args + " >" + base + "/out 2>" + base + "/err";
-   Outcome run;
-   int raw = std::system( command.c_str() );
-   run.status = WIFEXITED( raw ) ? WEXITSTATUS( raw ) : -1;
-   run.out = readFile( base + "/out" );
-   run.err = readFile( base + "/err" );
-   std::system( ( "rm -rf " + base ).c_str() );
-   return run;
-}
+using NatsimProcess::natsimRun;
 
 std::string const testPlugin = std::string( "--plugin " ) + TEST_PLUGIN_PATH +
                                " --mounter TestPlugin::Mounter --callback "
@@ -71,7 +41,7 @@ TEST( Natsim, RefusesMalformedScenariosNamingThePlace ) {
          "scenario.json: steps[0].natRule.uid: expected a number, got a string" },
    };
    for ( Case const& c : cases ) {
-      Outcome run = natsim( c.scenario, testPlugin );
+      Outcome run = natsimRun( c.scenario, testPlugin );
       EXPECT_EQ( run.status, 2 ) << c.scenario;
       EXPECT_NE( run.err.find( "natsim: " ), std::string::npos ) << run.err;
       EXPECT_NE( run.err.find( c.expected ), std::string::npos ) << run.err;
@@ -80,7 +50,7 @@ TEST( Natsim, RefusesMalformedScenariosNamingThePlace ) {
 }
 
 TEST( Natsim, PlaysAScenarioThroughAPlugInIntoTheResultDocument ) {
-   Outcome run = natsim( R"({
+   Outcome run = natsimRun( R"({
       "chip": { "modules": { "1": 1 }, "tcamEntries": 1 },
       "steps": [
         { "natRule": { "uid": 4, "key": { "type": 1, "srcOld": "10.0.0.1" }, "field": 9 } },
@@ -92,7 +62,7 @@ TEST( Natsim, PlaysAScenarioThroughAPlugInIntoTheResultDocument ) {
         { "natRuleRemove": { "uid": 4, "key": { "type": 1, "srcOld": "10.0.0.1" } } },
         { "show": "ShowTest" }
       ] })",
-                     testPlugin + " --json" );
+                            testPlugin + " --json" );
    ASSERT_EQ( run.status, 0 ) << run.err;
    nlohmann::json result = nlohmann::json::parse( run.out );
 
@@ -128,7 +98,7 @@ TEST( Natsim, PlaysAScenarioThroughAPlugInIntoTheResultDocument ) {
 }
 
 TEST( Natsim, ExplainsAPlugInWithoutTheMounterType ) {
-   Outcome run = natsim( "{}", std::string( "--plugin " ) + TEST_PLUGIN_PATH );
+   Outcome run = natsimRun( "{}", std::string( "--plugin " ) + TEST_PLUGIN_PATH );
    EXPECT_EQ( run.status, 1 );
    EXPECT_NE( run.err.find( "registers no mounter type \"Corvane::NatMounter\"" ),
               std::string::npos )

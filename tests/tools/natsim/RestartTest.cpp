@@ -5,19 +5,15 @@
 // at the restart is answered after it.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <map>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "NatsimProcess.h"
 #include "tools/natsim/Scenario.h"
 
 namespace {
@@ -30,33 +26,18 @@ struct Played {
    std::string err;
 };
 
-std::string readFile( std::string const& path ) {
-   std::ifstream in( path );
-   std::ostringstream text;
-   text << in.rdbuf();
-   return text.str();
-}
-
 // Plays a scenario with natsim and the NAT plug-in next to it; the result document
 // when natsim finished.
 Played natsim( json const& scenario ) {
-   char dir[] = "/tmp/natsimrestartXXXXXX";
-   EXPECT_TRUE( ::mkdtemp( dir ) );
-   std::string const base = dir;
-   std::ofstream( base + "/scenario.json" ) << scenario.dump();
-   std::string const command = std::string( NATSIM_PATH ) + " run " + base +
-                               "/scenario.json --json >" + base + "/out 2>" + base +
-                               "/err";
-   Played run;
-   int const raw = std::system( command.c_str() );
-   run.status = WIFEXITED( raw ) ? WEXITSTATUS( raw ) : -1;
-   std::string const out = readFile( base + "/out" );
+   NatsimProcess::Outcome const run =
+       NatsimProcess::natsimRun( scenario.dump(), "--json" );
+   Played played;
+   played.status = run.status;
    if ( run.status == 0 ) {
-      run.result = json::parse( out );
+      played.result = json::parse( run.out );
    }
-   run.err = readFile( base + "/err" );
-   std::system( ( "rm -rf " + base ).c_str() );
-   return run;
+   played.err = run.err;
+   return played;
 }
 
 json scenario( json const& steps, json chip = json::object() ) {

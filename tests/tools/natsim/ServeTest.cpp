@@ -23,16 +23,16 @@
 #include <thread>
 #include <vector>
 
+#include "NatsimProcess.h"
+
 namespace {
 
 using nlohmann::json;
 
-std::string readFile( std::string const& path ) {
-   std::ifstream in( path );
-   std::ostringstream text;
-   text << in.rdbuf();
-   return text.str();
-}
+using NatsimProcess::natsimIn;
+using NatsimProcess::Outcome;
+using NatsimProcess::readFile;
+using NatsimProcess::TempDir;
 
 sockaddr_un addressOf( std::string const& path ) {
    sockaddr_un address;
@@ -128,39 +128,6 @@ std::string errorOf( std::string const& answer ) {
 bool exists( std::string const& path ) {
    struct stat st;
    return ::lstat( path.c_str(), &st ) == 0;
-}
-
-struct Outcome {
-   int status = -1;
-   std::string out;
-   std::string err;
-};
-
-// A temporary directory for one test, removed with everything in it.
-class TempDir {
-public:
-   TempDir() {
-      char dir[] = "/tmp/natsimserveXXXXXX";
-      EXPECT_TRUE( ::mkdtemp( dir ) );
-      path_ = dir;
-   }
-   ~TempDir() { std::system( ( "rm -rf " + path_ ).c_str() ); }
-   std::string const& path() const { return path_; }
-
-private:
-   std::string path_;
-};
-
-// Runs natsim to its end with `args` (a shell word list).
-Outcome natsim( TempDir const& dir, std::string const& args ) {
-   std::string const command = std::string( NATSIM_PATH ) + " " + args + " >" +
-                               dir.path() + "/run.out 2>" + dir.path() + "/run.err";
-   Outcome run;
-   int raw = std::system( command.c_str() );
-   run.status = WIFEXITED( raw ) ? WEXITSTATUS( raw ) : -1;
-   run.out = readFile( dir.path() + "/run.out" );
-   run.err = readFile( dir.path() + "/run.err" );
-   return run;
 }
 
 std::vector<std::string> const testPlugin = { "--plugin",   TEST_PLUGIN_PATH,
@@ -354,19 +321,19 @@ TEST( Serve, RunsCommandsAndNatsimShowPrintsTheirOutput ) {
        << "blanks around the command and a CRLF ending are not part of it";
    askStep( path, natRule( 5, "10.0.0.2" ) );
 
-   Outcome shown = natsim( dir, "show --socket " + path + " --command ShowTest" );
+   Outcome shown = natsimIn( dir, "show --socket " + path + " --command ShowTest" );
    EXPECT_EQ( shown.status, 0 ) << shown.err;
    EXPECT_EQ( shown.out, "[{\"uid\": 4, \"entry\": 1},{\"uid\": 5, \"entry\": 2},]" );
    EXPECT_EQ( shown.err, "" );
 
-   Outcome unknown = natsim( dir, "show --socket " + path );
+   Outcome unknown = natsimIn( dir, "show --socket " + path );
    EXPECT_EQ( unknown.status, 1 );
    EXPECT_EQ( unknown.out, "" );
    EXPECT_EQ( unknown.err, "natsim: unknown command \"ShowCorvaneNatSlice\"\n" )
        << "show sends ShowCorvaneNatSlice by default";
    EXPECT_EQ( server.stop(), 0 );
 
-   Outcome nobody = natsim( dir, "show --socket " + path + " --command ShowTest" );
+   Outcome nobody = natsimIn( dir, "show --socket " + path + " --command ShowTest" );
    EXPECT_EQ( nobody.status, 1 );
    EXPECT_EQ( nobody.out, "" );
    EXPECT_EQ( nobody.err.rfind( "natsim: no natsim server listens on " + path, 0 ), 0u )
