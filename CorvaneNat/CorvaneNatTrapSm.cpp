@@ -4,6 +4,7 @@
 #include "CorvaneNat/CorvaneNatTrapSm.h"
 
 #include <algorithm>
+#include <charconv>
 #include <ostream>
 
 #include "CorvaneNat/NatConstants.h"
@@ -26,32 +27,18 @@ char const* hitWord( bool emHit ) {
    return emHit ? "  EM_HIT" : " !EM_HIT";
 }
 
-// Writes `value` in decimal at `at`; returns the end.
-char* decimal( char* at, U32 value ) {
-   char digits[10];
-   int n = 0;
-   do {
-      digits[n++] = char( '0' + value % 10 );
-      value /= 10;
-   } while ( value != 0 );
-   while ( n > 0 ) {
-      *at++ = digits[--n];
-   }
-   return at;
-}
-
 // Appends " src=10.0.0.0/8": the address and the number of leading ones of its mask.
-// Written by hand: descriptions are made for every entry of an ACL.
+// Written in place: descriptions are made for every entry of an ACL.
 void appendAddress( std::string& text, char const* label,
                     Wirel::IpAddrWithFullMask const& addr ) {
    char buffer[24];  // "255.255.255.255/32"
    char* at = buffer;
    U32 const ip = addr.address().value();
    for ( int shift = 24; shift >= 0; shift -= 8 ) {
-      at = decimal( at, ( ip >> shift ) & 0xff );
+      at = std::to_chars( at, at + 3, ( ip >> shift ) & 0xff ).ptr;
       *at++ = shift ? '.' : '/';
    }
-   at = decimal( at, addr.prefixLength() );
+   at = std::to_chars( at, at + 2, addr.prefixLength() ).ptr;
    text += label;
    text.append( buffer, std::size_t( at - buffer ) );
 }

@@ -1,5 +1,6 @@
 // Entry descriptions: the one-line text handed to the entry manager with each entry.
 
+#include <charconv>
 #include <string>
 
 #include "CorvaneNat/NatWorkerSm.h"
@@ -28,13 +29,9 @@ public:
    }
    Text& operator<<( unsigned number ) {
       char digits[10];
-      int n = 0;
-      do {
-         digits[n++] = char( '0' + number % 10 );
-         number /= 10;
-      } while ( number );
-      while ( n ) {
-         put( digits[--n] );
+      char* const end = std::to_chars( digits, digits + sizeof( digits ), number ).ptr;
+      for ( char const* d = digits; d != end; ++d ) {
+         put( *d );
       }
       return *this;
    }
