@@ -43,17 +43,32 @@ std::vector<natsim::NatRuleStep> rules( RuleFn rule, U32 first, U32 count ) {
    return out;
 }
 
+// `installed` keys committed, and the batch of rules to time with their removals.
+struct Workload {
+   Workload( RuleFn rule, U32 installed ) : added( rules( rule, installed, batch ) ) {
+      for ( natsim::NatRuleStep const& step : rules( rule, 0, installed ) ) {
+         nat.commit( step );
+      }
+      for ( auto const& step : added ) {
+         removals.push_back( Bench::removal( step ) );
+      }
+   }
+   // Removes the batch again, so that the next batch meets the same table and chip.
+   void removeBatch() {
+      for ( auto const& removal : removals ) {
+         nat.remove( removal );
+      }
+   }
+   NatBench nat;
+   std::vector<natsim::NatRuleStep> const added;
+   std::vector<natsim::NatRuleRemoveStep> removals;
+};
+
 void commitThroughPlugin( benchmark::State& state, RuleFn rule ) {
    U32 const installed = U32( state.range( 0 ) );
-   NatBench nat;
-   for ( natsim::NatRuleStep const& step : rules( rule, 0, installed ) ) {
-      nat.commit( step );
-   }
-   std::vector<natsim::NatRuleStep> const added = rules( rule, installed, batch );
-   std::vector<natsim::NatRuleRemoveStep> removals;
-   for ( auto const& step : added ) {
-      removals.push_back( Bench::removal( step ) );
-   }
+   Workload work( rule, installed );
+   NatBench& nat = work.nat;
+   std::vector<natsim::NatRuleStep> const& added = work.added;
    std::size_t const answersBefore = nat.answers();
    std::size_t const chipEntriesBefore =
        nat.platform().chip().unit( 1 )->fieldProcessor().entries();
@@ -62,9 +77,7 @@ void commitThroughPlugin( benchmark::State& state, RuleFn rule ) {
       timedCommit( nat, added[n] );
       if ( ++n == batch ) {
          state.PauseTiming();
-         for ( auto const& removal : removals ) {
-            nat.remove( removal );
-         }
+         work.removeBatch();
          n = 0;
          state.ResumeTiming();
       }
@@ -84,15 +97,9 @@ void commitThroughPlugin( benchmark::State& state, RuleFn rule ) {
 // them). Not a goal of its own: it shows how much of a commit upstream's publishing is.
 void commitServed( benchmark::State& state, RuleFn rule ) {
    U32 const installed = U32( state.range( 0 ) );
-   NatBench nat;
-   for ( natsim::NatRuleStep const& step : rules( rule, 0, installed ) ) {
-      nat.commit( step );
-   }
-   std::vector<natsim::NatRuleStep> const added = rules( rule, installed, batch );
-   std::vector<natsim::NatRuleRemoveStep> removals;
-   for ( auto const& step : added ) {
-      removals.push_back( Bench::removal( step ) );
-   }
+   Workload work( rule, installed );
+   NatBench& nat = work.nat;
+   std::vector<natsim::NatRuleStep> const& added = work.added;
    U32 n = 0;
    for ( auto _ : state ) {
       if ( n == 0 ) {
@@ -105,9 +112,7 @@ void commitServed( benchmark::State& state, RuleFn rule ) {
       }
       if ( ++n == batch ) {
          state.PauseTiming();
-         for ( auto const& removal : removals ) {
-            nat.remove( removal );
-         }
+         work.removeBatch();
          n = 0;
          state.ResumeTiming();
       }
