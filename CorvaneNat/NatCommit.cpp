@@ -103,13 +103,7 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
    Oro::NatHwKey::NatKeyType const type = hwKey.keyType();
    // doProgram( hwKey, hwKey0, shadowData0, vlanId ) for each VLAN, with the key's
    // lookups made once: its shadow data is shadowData0 (hwKey0 is hwKey).
-   auto const programTrace = [&]( U16 vlanId ) {
-      NAT_TRACE( 8, "doProgram",
-                 " key: " << hwKey.stringValue() << "%s data: "
-                          << shadowData0.stringValue() << " for vlanId " << vlanId );
-   };
    if ( isSourceSide( type ) ) {
-      programTrace( 0 );
       ProgramContext context{ shadowData0, entryIdTable()->rowIs( hwKey ), 0 };
       if ( !doProgram( context, hwKey, hwKey0, shadowData0, 0 ) ) {
          result = resultHardwareFull;
@@ -132,7 +126,6 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
          ProgramContext context{ shadowData0, entryIdTable()->rowIs( hwKey ), 0 };
          row = context.row;
          for ( U32 i = 0; i < vlanSetSize; ++i ) {
-            programTrace( vlanSet[i] );
             if ( !doProgram( context, hwKey, hwKey0, shadowData0, vlanSet[i] ) ) {
                result = resultHardwareFull;
             }

@@ -49,9 +49,6 @@ U32 NatWorkerSm::opaqueIdOf( Oro::NatHwKey const& hwKey,
 
 bool NatWorkerSm::doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hwKey0,
                              Oro::NatHwData const& data, U16 vlanId ) {
-   NAT_TRACE( 8, "doProgram",
-              " key: " << hwKey.stringValue() << "%s data: " << data.stringValue()
-                       << " for vlanId " << vlanId );
    Oro::NatHwShadowEntry const* const shadowEntry = shadow()->entry( hwKey );
    FWK_ASSERT_TEXT( shadowEntry, "shadow()->entryHas( hwKey )" );
    Oro::NatHwData const shadowData = shadowEntry->data();
@@ -63,6 +60,9 @@ bool NatWorkerSm::doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hw
 bool NatWorkerSm::doProgram( ProgramContext& context, Oro::NatHwKey const& hwKey,
                              Oro::NatHwKey const& hwKey0, Oro::NatHwData const& data,
                              U16 vlanId ) {
+   NAT_TRACE( 8, "doProgram",
+              " key: " << hwKey.stringValue() << "%s data: " << data.stringValue()
+                       << " for vlanId " << vlanId );
    Oro::NatHwData const& shadowData = context.shadowData;
    bool const fragNeeded = needsFragEntry( hwKey ) && fragmentEnabled();
    EntryIdTableEntry entry = *context.row;
