@@ -33,7 +33,10 @@ struct Masked {
 class FpEntry {
 public:
    FpEntry( U32 id, U32 group, std::string description )
-       : id_( id ), group_( group ), description_( std::move( description ) ) {}
+       : id_( id ), group_( group ), description_( std::move( description ) ) {
+      // Room for the usual actions at once, rather than growing through 1, 2 and 4.
+      actions_.reserve( 4 );
+   }
 
    U32 id() const { return id_; }
    U32 group() const { return group_; }

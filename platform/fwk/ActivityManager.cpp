@@ -73,7 +73,7 @@ Seconds ActivityManager::nextTimerDue() {
 }
 
 void ActivityManager::post( std::function<void()> call ) {
-   queue_.push_back( Notification{ nullptr, 0, nullptr, std::move( call ), 0 } );
+   queue_.push_back( Notification{ nullptr, 0, StoredKey(), std::move( call ), 0 } );
 }
 
 bool ActivityManager::idle() const {
@@ -87,7 +87,7 @@ bool ActivityManager::deliverOne() {
    Notification n = std::move( queue_.front() );
    queue_.pop_front();
    if ( n.entity ) {
-      n.entity->deliver( n.attr, n.key ? n.key->ref() : KeyRef(), n.sequence );
+      n.entity->deliver( n.attr, n.key.ref(), n.sequence );
    } else {
       n.call();
    }

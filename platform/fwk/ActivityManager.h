@@ -127,7 +127,7 @@ private:
    struct Notification {
       PtrConst<Entity> entity;
       AttributeId attr;
-      std::unique_ptr<KeyHolder> key;
+      StoredKey key;
       std::function<void()> call;
       U64 sequence;
    };

@@ -10,11 +10,11 @@ Entity::~Entity() = default;
 
 void Entity::notify( AttributeId attr ) const {
    if ( hasReactors() ) {
-      enqueue( attr, nullptr );
+      enqueue( attr, StoredKey() );
    }
 }
 
-void Entity::enqueue( AttributeId attr, std::unique_ptr<KeyHolder> key ) const {
+void Entity::enqueue( AttributeId attr, StoredKey key ) const {
    activityManager().enqueue( ActivityManager::Notification{
        Fwk::PtrConst<Entity>( this ), attr, std::move( key ), nullptr, 0 } );
 }

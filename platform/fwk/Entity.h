@@ -18,9 +18,11 @@
 // Changes made while no reactor watches an entity are not queued at all.
 
 #include <cstddef>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <typeinfo>
 #include <unordered_map>
 #include <utility>
@@ -59,6 +61,10 @@ public:
    }
 
 private:
+   friend class StoredKey;
+   KeyRef( std::type_info const* type, void const* key, bool removed )
+       : type_( type ), key_( key ), removed_( removed ) {}
+
    std::type_info const* type_ = nullptr;
    void const* key_ = nullptr;
    bool removed_ = false;
@@ -91,7 +97,7 @@ private:
    friend class Reactor;
    void reactorIs( Reactor* reactor ) const;
    void reactorDel( Reactor* reactor ) const;
-   void enqueue( AttributeId attr, std::unique_ptr<class KeyHolder> key ) const;
+   void enqueue( AttributeId attr, class StoredKey key ) const;
    bool hasReactors() const { return !reactors_.empty(); }
 
    std::string name_;
@@ -145,27 +151,79 @@ private:
    Owner* owner_;
 };
 
-class KeyHolder {
+// A copy of a changed key, held by a queued change until it is delivered. Keys that are
+// trivially copyable and small (every key of the platform's tables) are kept in place, so
+// queuing a change allocates nothing; other keys are kept on the heap.
+class StoredKey {
 public:
-   virtual ~KeyHolder() = default;
-   virtual KeyRef ref() const = 0;
+   StoredKey() = default;
+   template <class K>
+   StoredKey( K const& key, bool removed );
+   StoredKey( StoredKey&& other ) noexcept { take( other ); }
+   StoredKey& operator=( StoredKey&& other ) noexcept {
+      if ( this != &other ) {
+         release();
+         take( other );
+      }
+      return *this;
+   }
+   StoredKey( StoredKey const& ) = delete;
+   StoredKey& operator=( StoredKey const& ) = delete;
+   ~StoredKey() { release(); }
+
+   // A null reference when no key is held.
+   KeyRef ref() const {
+      return type_ ? KeyRef( type_, heap_ ? heap_ : inline_, removed_ ) : KeyRef();
+   }
+
+private:
+   static constexpr std::size_t inlineSize = 48;
+   template <class K>
+   static constexpr bool fitsInline() {
+      return std::is_trivially_copyable<K>::value && sizeof( K ) <= inlineSize &&
+             alignof( K ) <= alignof( std::max_align_t );
+   }
+   void take( StoredKey& other ) {
+      type_ = other.type_;
+      removed_ = other.removed_;
+      heap_ = other.heap_;
+      destroy_ = other.destroy_;
+      if ( !heap_ ) {
+         std::memcpy( inline_, other.inline_, inlineSize );
+      }
+      other.type_ = nullptr;
+      other.heap_ = nullptr;
+      other.destroy_ = nullptr;
+   }
+   void release() {
+      if ( heap_ ) {
+         destroy_( heap_ );
+         heap_ = nullptr;
+      }
+   }
+
+   alignas( std::max_align_t ) unsigned char inline_[inlineSize];
+   void* heap_ = nullptr;
+   void ( *destroy_ )( void* ) = nullptr;
+   std::type_info const* type_ = nullptr;
+   bool removed_ = false;
 };
 
 template <class K>
-class KeyHolderOf : public KeyHolder {
-public:
-   KeyHolderOf( K const& key, bool removed ) : key_( key ), removed_( removed ) {}
-   KeyRef ref() const override { return KeyRef( key_, removed_ ); }
-
-private:
-   K key_;
-   bool removed_;
-};
+StoredKey::StoredKey( K const& key, bool removed )
+    : type_( &typeid( K ) ), removed_( removed ) {
+   if constexpr ( fitsInline<K>() ) {
+      std::memcpy( inline_, &key, sizeof( K ) );
+   } else {
+      heap_ = new K( key );
+      destroy_ = []( void* k ) { delete static_cast<K*>( k ); };
+   }
+}
 
 template <class K>
 void Entity::notify( AttributeId attr, K const& key, bool removed ) const {
    if ( hasReactors() ) {
-      enqueue( attr, std::make_unique<KeyHolderOf<K>>( key, removed ) );
+      enqueue( attr, StoredKey( key, removed ) );
    }
 }
 

@@ -109,16 +109,20 @@ void CorvaneTcamEntryManager::record( char const* call, U16 unit, U32 entryId,
    Chip::journal().recordIs( std::move( r ) );
 }
 
-U32 CorvaneTcamEntryManager::getEntry( U16 unit, std::string const& description,
+U32 CorvaneTcamEntryManager::getEntry( U16 unit, std::string description,
                                        CorvaneTcam::RequestKey const& ) {
+   Chip::Args args;
+   if ( journaling() ) {
+      args.push_back( Chip::nameArg( description ) );
+   }
    Chip::FieldProcessor* fp = fieldProcessor( unit );
    U32 id = 0;
    if ( fp && entriesAvailable( unit ) > 0 ) {
-      id = fp->entryIs( group_, description );
+      id = fp->entryIs( group_, std::move( description ) );
       ++units_[unit].allocated;
    }
    if ( journaling() ) {
-      record( "getEntry", unit, id, { Chip::nameArg( description ) } );
+      record( "getEntry", unit, id, std::move( args ) );
    }
    return id;
 }

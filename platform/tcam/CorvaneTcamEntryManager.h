@@ -54,8 +54,9 @@ public:
    void capacityIs( U16 unit, U32 entries );
    U32 capacity( U16 unit ) const;
 
-   // A new entry id, or 0 when the unit's group is full (nothing is created then).
-   U32 getEntry( U16 unit, std::string const& description,
+   // A new entry id, or 0 when the unit's group is full (nothing is created then). The
+   // description is taken over by the chip's entry.
+   U32 getEntry( U16 unit, std::string description,
                  CorvaneTcam::RequestKey const& requestKey );
    void setPriorityForEntry( U16 unit, U32 entryId, S32 priority );
    // Installs the entry behind installed entries of equal priority.
