@@ -5,6 +5,7 @@
 #include "CorvaneNat/NatShowCommand.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +26,8 @@ char const handleAsyncCommandFn[] = "NatSliceCommandRequestSm::handleAsyncComman
 char const createFn[] = "NatCliCallback::createAgentAsyncCommandRequestSm";
 constexpr Fwk::Seconds showQuantum = 0.05;
 constexpr Fwk::Seconds simulatedChipQuantum = 0.0;
+// How many rows' shadow entries the walk looks up at once.
+constexpr std::size_t shadowLookahead = 16;
 
 // The most characters of an integer type in decimal (with its sign).
 template <class T>
@@ -227,7 +230,21 @@ void NatSliceCommandRequestSm::handleAsyncCommand( int socket,
    if ( table ) {
       pipeLayoutIs();
       Oro::NatHwShadow const* const shadow = worker_->shadow();
+      // The shadow entries of the next rows, looked up together: each lookup waits on
+      // memory, and side by side their loads overlap. Nothing changes the tables during
+      // a slice, so the entries stay valid until it yields.
+      std::array<Oro::NatHwShadowEntry const*, shadowLookahead> shadowEntries;
+      std::size_t looked = 0;
+      std::size_t used = 0;
       for ( ; row != table->end(); ++row ) {
+         if ( used == looked ) {
+            used = looked = 0;
+            for ( auto ahead = row; ahead != table->end() && looked < shadowLookahead;
+                  ++ahead ) {
+               shadowEntries[looked++] = shadow ? shadow->entry( ahead->key() ) : nullptr;
+            }
+         }
+         Oro::NatHwShadowEntry const* const shadowEntry = shadowEntries[used++];
          Oro::NatHwKey const& key = row->key();
          std::size_t const bucket = EntryIdTable::bucketOf( key, layout_.buckets );
          layout_.passed[bucket] = true;
@@ -235,7 +252,7 @@ void NatSliceCommandRequestSm::handleAsyncCommand( int socket,
          // unit of work: a reordered table does not make a long slice.
          if ( earlierLayouts_.empty() || !walkedEarlier( key ) ) {
             NAT_TRACE( 9, handleAsyncCommandFn, " Iterating on: " << key );
-            writeRow( *row, shadow );
+            writeRow( *row, shadowEntry );
          }
          if ( shouldYield() ) {
             yieldAt( *table, bucket, key );
@@ -352,7 +369,7 @@ char* NatSliceCommandRequestSm::writeEntry( char* at, U32 index, U32 entryId ) c
 // row shares. The row's text is sized from the bounds of its parts and written in
 // place.
 void NatSliceCommandRequestSm::writeRow( EntryIdTableEntry const& row,
-                                         Oro::NatHwShadow const* shadow ) {
+                                         Oro::NatHwShadowEntry const* shadowEntry ) {
    Oro::NatHwKey const& key = row.key();
    char keyText[keyTextMax];
    Cursor keyOut( keyText );
@@ -360,7 +377,7 @@ void NatSliceCommandRequestSm::writeRow( EntryIdTableEntry const& row,
    std::size_t const keySize = std::size_t( keyOut.at() - keyText );
    char fieldsText[fieldsTextMax];
    Cursor fieldsOut( fieldsText );
-   writeFields( fieldsOut, key, shadow ? shadow->entry( key ) : nullptr );
+   writeFields( fieldsOut, key, shadowEntry );
    std::size_t const fieldsSize = std::size_t( fieldsOut.at() - fieldsText );
 
    VlanEntryIdMap const& defaults = row.defaultEntryIds();

@@ -121,7 +121,8 @@ private:
    void bookmarkBucketIs( EntryIdTable const& table, std::size_t bucket,
                           Oro::NatHwKey const& key );
    void pipeLayoutIs();
-   void writeRow( EntryIdTableEntry const& row, Oro::NatHwShadow const* shadow );
+   void writeRow( EntryIdTableEntry const& row,
+                  Oro::NatHwShadowEntry const* shadowEntry );
    char* writeEntry( char* at, U32 index, U32 entryId ) const;
 
    NatWorkerSm::Ptr worker_;
