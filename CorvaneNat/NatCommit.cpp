@@ -104,10 +104,11 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
    // doProgram( hwKey, hwKey0, shadowData0, vlanId ) for each VLAN, with the key's
    // lookups made once: its shadow data is shadowData0 (hwKey0 is hwKey).
    if ( isSourceSide( type ) ) {
-      ProgramContext context{ shadowData0, entryIdTable()->rowIs( hwKey ), 0 };
+      ProgramContext context( shadowData0, entryIdTable()->rowIs( hwKey ) );
       if ( !doProgram( context, hwKey, hwKey0, shadowData0, 0 ) ) {
          result = resultHardwareFull;
       }
+      storeRow( context );
    } else if ( isDestinationSide( type ) ) {
       // The VLAN set, built before anything is programmed, so that data claiming more
       // VLANs than the array holds stops here on the range error. It holds at most 64
@@ -123,13 +124,14 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
       };
       EntryIdTable::const_iterator row = entryIdTable()->end();
       if ( vlanSetSize > 0 ) {
-         ProgramContext context{ shadowData0, entryIdTable()->rowIs( hwKey ), 0 };
+         ProgramContext context( shadowData0, entryIdTable()->rowIs( hwKey ) );
          row = context.row;
          for ( U32 i = 0; i < vlanSetSize; ++i ) {
             if ( !doProgram( context, hwKey, hwKey0, shadowData0, vlanSet[i] ) ) {
                result = resultHardwareFull;
             }
          }
+         storeRow( context );
       } else {
          row = entryIdTable()->find( hwKey );
       }

@@ -53,8 +53,10 @@ bool NatWorkerSm::doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hw
    FWK_ASSERT_TEXT( shadowEntry, "shadow()->entryHas( hwKey )" );
    Oro::NatHwData const shadowData = shadowEntry->data();
    // The key's row, created empty if it has none (it stays even when the TCAM is full).
-   ProgramContext context{ shadowData, entryIdTable()->rowIs( hwKey ), 0 };
-   return doProgram( context, hwKey, hwKey0, data, vlanId );
+   ProgramContext context( shadowData, entryIdTable()->rowIs( hwKey ) );
+   bool const programmed = doProgram( context, hwKey, hwKey0, data, vlanId );
+   storeRow( context );
+   return programmed;
 }
 
 bool NatWorkerSm::doProgram( ProgramContext& context, Oro::NatHwKey const& hwKey,
@@ -65,7 +67,7 @@ bool NatWorkerSm::doProgram( ProgramContext& context, Oro::NatHwKey const& hwKey
                        << " for vlanId " << vlanId );
    Oro::NatHwData const& shadowData = context.shadowData;
    bool const fragNeeded = needsFragEntry( hwKey ) && fragmentEnabled();
-   EntryIdTableEntry entry = *context.row;
+   EntryIdTableEntry& entry = context.entry;
 
    bool const reinstall = entry.defaultEntryIdHas( vlanId );
    if ( reinstall ) {
@@ -73,12 +75,12 @@ bool NatWorkerSm::doProgram( ProgramContext& context, Oro::NatHwKey const& hwKey
          FWK_ASSERT( entry.fragEntryIdHas( vlanId ) );
       }
    } else {
+      // The row records this VLAN only once all of its entries were given.
       CorvaneTcamEntryManager* entryManager = natEntryManager();
       U32 const id = entryManager->getEntry(
           unit(), generateTcamEntryDescription( hwKey, vlanId, false, data.multicast() ),
           CorvaneTcam::RequestKey() );
-      entry.defaultEntryIdIs( vlanId, id );
-      if ( !entry.defaultEntryIdHas( vlanId ) || entry.defaultEntryId( vlanId ) == 0 ) {
+      if ( id == 0 ) {
          Fwk::logEventRaise( CORVANE_NAT_TCAM_RESOURCE_FULL, { hwKey.stringValue() } );
          return false;
       }
@@ -87,16 +89,16 @@ bool NatWorkerSm::doProgram( ProgramContext& context, Oro::NatHwKey const& hwKey
              unit(),
              generateTcamEntryDescription( hwKey, vlanId, true, data.multicast() ),
              CorvaneTcam::RequestKey() );
-         entry.fragEntryIdIs( vlanId, fragId );
          if ( fragId == 0 ) {
             Fwk::logEventRaise( CORVANE_NAT_TCAM_RESOURCE_FULL, { hwKey.stringValue() } );
             // The default entry of this VLAN is not recorded: give it back.
             entryManager->releaseEntry( unit(), id );
             return false;
          }
+         entry.fragEntryIdIs( vlanId, fragId );
       }
+      entry.defaultEntryIdIs( vlanId, id );
    }
-   entryIdTable()->entryIs( context.row, entry );
 
    U32 const defaultEntryId = entry.defaultEntryId( vlanId );
    NAT_TRACE( 8, "doProgram",

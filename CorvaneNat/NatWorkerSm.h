@@ -134,17 +134,24 @@ public:
    bool doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hwKey0,
                    Oro::NatHwData const& data, U16 vlanId );
    // What programming one key's VLANs shares, looked up once per commit: the key's
-   // shadow data, its entry-id row (created empty when absent) and its opaque id (0 until
-   // first needed).
+   // shadow data, its entry-id row (created empty when absent), a working copy of that
+   // row which the VLANs change, and its opaque id (0 until first needed).
    struct ProgramContext {
+      ProgramContext( Oro::NatHwData const& data, EntryIdTable::const_iterator at )
+          : shadowData( data ), row( at ), entry( *at ) {}
       Oro::NatHwData const& shadowData;
       EntryIdTable::const_iterator row;
-      U32 opaqueId;
+      EntryIdTableEntry entry;
+      U32 opaqueId = 0;
    };
-   // doProgram with the key's lookups already made; the row stays valid while only
-   // this key's row changes.
+   // doProgram with the key's lookups already made. It changes the context's copy of
+   // the row only; storeRow( context ) stores it in the table, once all VLANs are done.
+   // The row stays valid while only this key's row changes.
    bool doProgram( ProgramContext& context, Oro::NatHwKey const& hwKey,
                    Oro::NatHwKey const& hwKey0, Oro::NatHwData const& data, U16 vlanId );
+   void storeRow( ProgramContext const& context ) {
+      entryIdTable()->entryIs( context.row, context.entry );
+   }
    void doProgramEntry( U32 entryId, bool reinstall, bool fragEntry,
                         Oro::NatHwKey const& hwKey, Oro::NatHwData const& shadowData,
                         Oro::NatHwKey const& hwKey0, Oro::NatHwData const& shadowData0,
