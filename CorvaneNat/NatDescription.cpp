@@ -1,6 +1,7 @@
 // Entry descriptions: the one-line text handed to the entry manager with each entry.
 
 #include <charconv>
+#include <cstring>
 #include <string>
 
 #include "CorvaneNat/NatWorkerSm.h"
@@ -15,31 +16,26 @@ namespace {
 // buffer it replaces, it keeps at most 255 characters.
 class Text {
 public:
-   Text& operator<<( char const* text ) {
-      while ( *text ) {
-         put( *text++ );
-      }
-      return *this;
-   }
+   Text& operator<<( char const* text ) { return append( text, std::strlen( text ) ); }
    Text& operator<<( std::string const& text ) {
-      for ( char c : text ) {
-         put( c );
-      }
-      return *this;
+      return append( text.data(), text.size() );
    }
    Text& operator<<( unsigned number ) {
       char digits[10];
       char* const end = std::to_chars( digits, digits + sizeof( digits ), number ).ptr;
-      for ( char const* d = digits; d != end; ++d ) {
-         put( *d );
-      }
-      return *this;
+      return append( digits, std::size_t( end - digits ) );
    }
    // "10.0.0.1"
    Text& operator<<( Wirel::IpAddr ip ) {
-      U32 const v = ip.value();
-      return *this << ( ( v >> 24 ) & 0xff ) << "." << ( ( v >> 16 ) & 0xff ) << "."
-                   << ( ( v >> 8 ) & 0xff ) << "." << ( v & 0xff );
+      char dotted[15];
+      char* at = dotted;
+      for ( int shift = 24; shift >= 0; shift -= 8 ) {
+         at = std::to_chars( at, at + 3, ( ip.value() >> shift ) & 0xff ).ptr;
+         if ( shift != 0 ) {
+            *at++ = '.';
+         }
+      }
+      return append( dotted, std::size_t( at - dotted ) );
    }
    // "10.0.0.1:80", the port always printed
    Text& operator<<( Wirel::IpAndPort ipPort ) {
@@ -48,10 +44,12 @@ public:
    std::string str() const { return std::string( text_, size_ ); }
 
 private:
-   void put( char c ) {
-      if ( size_ < sizeof( text_ ) - 1 ) {
-         text_[size_++] = c;
-      }
+   Text& append( char const* text, std::size_t size ) {
+      std::size_t const room = sizeof( text_ ) - 1 - size_;
+      std::size_t const n = size < room ? size : room;
+      std::memcpy( text_ + size_, text, n );
+      size_ += n;
+      return *this;
    }
    char text_[256];
    std::size_t size_ = 0;
