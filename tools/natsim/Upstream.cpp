@@ -89,7 +89,7 @@ void Upstream::natRule( NatRuleStep const& step ) {
       modules.moduleIs( modId );
    }
    modSetDir_->modSetIs( uid, modules );
-   publish( uid, step.field, std::set<U16>( step.modules.begin(), step.modules.end() ) );
+   publish( uid, step.field, std::move( modules ) );
 }
 
 bool Upstream::natRuleRemove( NatRuleRemoveStep const& step, std::string* problem ) {
@@ -103,22 +103,20 @@ bool Upstream::natRuleRemove( NatRuleRemoveStep const& step, std::string* proble
    shadow_->entryIs( entry );
    CorvaneNat::Uid uid( step.uid );
    uidHwKeyTable_->entryIs( uid, step.key );
-   std::set<U16> modules;
+   CorvaneNat::ModSet modules;
    if ( CorvaneNat::ModSet const* set = modSetDir_->modSet( uid ) ) {
-      modules.insert( set->begin(), set->end() );
+      modules = *set;
    } else {
-      CorvaneNat::ModSet all;
       for ( auto const& module : platform_.commonData().modIdToUnit() ) {
-         all.moduleIs( module.first );
-         modules.insert( module.first );
+         modules.moduleIs( module.first );
       }
-      modSetDir_->modSetIs( uid, all );
+      modSetDir_->modSetIs( uid, modules );
    }
    publish( uid, step.field, modules );
    return true;
 }
 
-void Upstream::publish( CorvaneNat::Uid uid, U32 field, std::set<U16> modules ) {
+void Upstream::publish( CorvaneNat::Uid uid, U32 field, CorvaneNat::ModSet modules ) {
    awaiting_[uid.value()] = std::move( modules );
    fields_[uid.value()] = field;
    Xact::XactSluiceConfig request;
@@ -134,8 +132,8 @@ void Upstream::handleAnswer( U16 modId, Xact::XactSluiceStatus const& status ) {
    if ( waiting == awaiting_.end() ) {
       return;
    }
-   waiting->second.erase( modId );
-   if ( waiting->second.empty() ) {
+   waiting->second.moduleDel( modId );
+   if ( waiting->second.modules() == 0 ) {
       awaiting_.erase( waiting );
       finish( status.key.uid() );
    }
@@ -166,9 +164,9 @@ void Upstream::finish( CorvaneNat::Uid uid ) {
 }
 
 void Upstream::replay() {
-   std::set<U16> modules;
+   CorvaneNat::ModSet modules;
    for ( auto const& module : platform_.commonData().modIdToUnit() ) {
-      modules.insert( module.first );
+      modules.moduleIs( module.first );
    }
    replayed_.clear();
    for ( auto const& entry : *shadow_ ) {

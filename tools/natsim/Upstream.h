@@ -21,6 +21,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/nat/HwKeyUidTable.h"
@@ -66,7 +67,7 @@ public:
 private:
    class AnswerReactor;
 
-   void publish( CorvaneNat::Uid uid, U32 field, std::set<U16> modules );
+   void publish( CorvaneNat::Uid uid, U32 field, CorvaneNat::ModSet modules );
    void handleAnswer( U16 modId, Xact::XactSluiceStatus const& status );
    void finish( CorvaneNat::Uid uid );
 
@@ -79,9 +80,9 @@ private:
    CorvaneNat::ModSetDir::Ptr modSetDir_;
    std::map<U16, std::unique_ptr<AnswerReactor>> answerReactors_;
    // Transactions in flight: uid -> modules that have not answered yet.
-   std::map<U32, std::set<U16>> awaiting_;
+   std::unordered_map<U32, CorvaneNat::ModSet> awaiting_;
    // The request field each uid was last published with.
-   std::map<U32, U32> fields_;
+   std::unordered_map<U32, U32> fields_;
    // The uids of the last replay.
    std::set<U32> replayed_;
 };
