@@ -4,9 +4,9 @@
 #include "CorvaneNat/CorvaneNatTrapSm.h"
 
 #include <algorithm>
-#include <charconv>
 #include <ostream>
 
+#include "CorvaneNat/DescriptionText.h"
 #include "CorvaneNat/NatConstants.h"
 #include "CorvaneNat/NatTrace.h"
 #include "CorvaneNat/SdkCall.h"
@@ -27,34 +27,18 @@ char const* hitWord( bool emHit ) {
    return emHit ? "  EM_HIT" : " !EM_HIT";
 }
 
-// Appends " src=10.0.0.0/8": the address and the number of leading ones of its mask.
-// Written in place: descriptions are made for every entry of an ACL.
-void appendAddress( std::string& text, char const* label,
-                    Wirel::IpAddrWithFullMask const& addr ) {
-   char buffer[24];  // "255.255.255.255/32"
-   char* at = buffer;
-   U32 const ip = addr.address().value();
-   for ( int shift = 24; shift >= 0; shift -= 8 ) {
-      at = std::to_chars( at, at + 3, ( ip >> shift ) & 0xff ).ptr;
-      *at++ = shift ? '.' : '/';
-   }
-   at = std::to_chars( at, at + 2, addr.prefixLength() ).ptr;
-   text += label;
-   text.append( buffer, std::size_t( at - buffer ) );
-}
-
-void appendAddresses( std::string& text, Oro::NatTrapRule const& rule ) {
+void appendAddresses( Corvane::DescriptionText& text, Oro::NatTrapRule const& rule ) {
    bool const srcZero = rule.srcIp().address().isZero();
    bool const dstZero = rule.dstIp().address().isZero();
    if ( srcZero && dstZero ) {
-      text += " any";
+      text << " any";
       return;
    }
    if ( !srcZero ) {
-      appendAddress( text, " src=", rule.srcIp() );
+      text << " src=" << rule.srcIp();
    }
    if ( !dstZero ) {
-      appendAddress( text, " dst=", rule.dstIp() );
+      text << " dst=" << rule.dstIp();
    }
 }
 
@@ -82,40 +66,37 @@ char const* outcomeText( Oro::NatTrapRule const& rule, bool emHit,
    return rule.permit() ? " IP => Nat" : " => SkipNat";
 }
 
-// The description of a trap or TCP control entry, into `text`.
-std::string const& tcamEntryDescription( std::string& text, Oro::NatTrapRule const& rule,
-                                         bool emHit, TcpControl tcpControl ) {
-   text.assign( "NAT acl: " );
-   text += hitWord( emHit );
+// The description of a trap or TCP control entry.
+std::string tcamEntryDescription( Oro::NatTrapRule const& rule, bool emHit,
+                                  TcpControl tcpControl ) {
+   Corvane::DescriptionText text;
+   text << "NAT acl: " << hitWord( emHit );
    appendAddresses( text, rule );
    if ( !rule.permit() ) {
-      text += " deny";
+      text << " deny";
    }
    if ( rule.pool() ) {
-      text += " pool:";
+      text << " pool:";
    }
-   text += tcpControlWord( tcpControl );
-   text += outcomeText( rule, emHit, tcpControl );
-   return text;
+   text << tcpControlWord( tcpControl ) << outcomeText( rule, emHit, tcpControl );
+   return text.str();
 }
 
-// The description of a NAT pool entry, into `text`.
-std::string const& reverseEntryDescription( std::string& text,
-                                            Oro::NatTrapRule const& rule, bool emHit,
-                                            bool tcpCheck, bool tcpControl ) {
-   text.assign( "NAT pool:" );
-   text += hitWord( emHit );
-   appendAddress( text, " dst=", rule.dstIp() );
+// The description of a NAT pool entry.
+std::string reverseEntryDescription( Oro::NatTrapRule const& rule, bool emHit,
+                                     bool tcpCheck, bool tcpControl ) {
+   Corvane::DescriptionText text;
+   text << "NAT pool:" << hitWord( emHit ) << " dst=" << rule.dstIp();
    if ( !emHit ) {
-      text += " IP => CPU";
+      text << " IP => CPU";
    } else if ( !tcpCheck ) {
-      text += " IP => Skip CPU";
+      text << " IP => Skip CPU";
    } else if ( tcpControl ) {
-      text += " TCP_CTRL => CPU";
+      text << " TCP_CTRL => CPU";
    } else {
-      text += " TCP_DATA => Skip CPU";
+      text << " TCP_DATA => Skip CPU";
    }
-   return text;
+   return text.str();
 }
 
 }  // namespace
@@ -430,10 +411,9 @@ bool TrapSm::programTrapEntry( Oro::NatTrapKey const& key, Oro::NatTrapRule cons
          }
       }
    }
-   std::string const& description =
-       tcamEntryDescription( description_, rule, emHit, TcpControl::none );
-   U32 const entryId =
-       entryManager()->getEntry( unit(), description, CorvaneTcam::RequestKey() );
+   U32 const entryId = entryManager()->getEntry(
+       unit(), tcamEntryDescription( rule, emHit, TcpControl::none ),
+       CorvaneTcam::RequestKey() );
    if ( entryId == 0 ) {
       return false;
    }
@@ -482,10 +462,9 @@ bool TrapSm::programTrapEntry( Oro::NatTrapKey const& key, Oro::NatTrapRule cons
 U32 TrapSm::programTcpControlEntry( Oro::NatTrapKey const& key,
                                     Oro::NatTrapRule const& rule,
                                     TcpControl tcpControl ) {
-   std::string const& description =
-       tcamEntryDescription( description_, rule, true, tcpControl );
    U32 const entryId =
-       entryManager()->getEntry( unit(), description, CorvaneTcam::RequestKey() );
+       entryManager()->getEntry( unit(), tcamEntryDescription( rule, true, tcpControl ),
+                                 CorvaneTcam::RequestKey() );
    if ( entryId == 0 ) {
       return 0;
    }
@@ -534,12 +513,13 @@ U32 TrapSm::programTcpControlEntry( Oro::NatTrapKey const& key,
 U32 TrapSm::programReverseTrapEntry( Oro::NatTrapKey const& key,
                                      Oro::NatTrapRule const& rule, bool emHit,
                                      bool tcpCheck, bool tcpControl ) {
-   std::string const& description =
-       reverseEntryDescription( description_, rule, emHit, tcpCheck, tcpControl );
-   U32 const entryId =
-       entryManager()->getEntry( unit(), description, CorvaneTcam::RequestKey() );
+   U32 const entryId = entryManager()->getEntry(
+       unit(), reverseEntryDescription( rule, emHit, tcpCheck, tcpControl ),
+       CorvaneTcam::RequestKey() );
    if ( entryId == 0 ) {
-      Fwk::logEventRaise( Corvane::CORVANENAT_TRAP_TCAM_RESOURCE_FULL, { description } );
+      Fwk::logEventRaise(
+          Corvane::CORVANENAT_TRAP_TCAM_RESOURCE_FULL,
+          { reverseEntryDescription( rule, emHit, tcpCheck, tcpControl ) } );
       return 0;
    }
    trackEntryId( key, entryId );

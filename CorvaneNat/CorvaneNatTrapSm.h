@@ -206,8 +206,6 @@ private:
    // The row that trackEntryId() last recorded an id in (an ACL records all of its ids
    // in a row); dropped whenever a row is removed.
    TcamEntry* trackedRow_ = nullptr;
-   // The description of the entry being programmed, reused from entry to entry.
-   std::string description_;
 };
 
 // "Value('CorvaneNat::TrapSm::TcamEntry', ** {'key': <key>, 'entryId': None})": the id

@@ -1,61 +1,11 @@
 // Entry descriptions: the one-line text handed to the entry manager with each entry.
 
-#include <charconv>
-#include <cstring>
 #include <string>
 
+#include "CorvaneNat/DescriptionText.h"
 #include "CorvaneNat/NatWorkerSm.h"
 
 namespace Corvane {
-
-namespace {
-
-// Builds a description in place: the same text that printf-style formatting of the
-// addresses' and ports' string values gives, without the formatting machinery and the
-// temporary strings (descriptions are made on every new entry). Like the 256-byte
-// buffer it replaces, it keeps at most 255 characters.
-class Text {
-public:
-   Text& operator<<( char const* text ) { return append( text, std::strlen( text ) ); }
-   Text& operator<<( std::string const& text ) {
-      return append( text.data(), text.size() );
-   }
-   Text& operator<<( unsigned number ) {
-      char digits[10];
-      char* const end = std::to_chars( digits, digits + sizeof( digits ), number ).ptr;
-      return append( digits, std::size_t( end - digits ) );
-   }
-   // "10.0.0.1"
-   Text& operator<<( Wirel::IpAddr ip ) {
-      char dotted[15];
-      char* at = dotted;
-      for ( int shift = 24; shift >= 0; shift -= 8 ) {
-         at = std::to_chars( at, at + 3, ( ip.value() >> shift ) & 0xff ).ptr;
-         if ( shift != 0 ) {
-            *at++ = '.';
-         }
-      }
-      return append( dotted, std::size_t( at - dotted ) );
-   }
-   // "10.0.0.1:80", the port always printed
-   Text& operator<<( Wirel::IpAndPort ipPort ) {
-      return *this << ipPort.ip() << ":" << unsigned( ipPort.port() );
-   }
-   std::string str() const { return std::string( text_, size_ ); }
-
-private:
-   Text& append( char const* text, std::size_t size ) {
-      std::size_t const room = sizeof( text_ ) - 1 - size_;
-      std::size_t const n = size < room ? size : room;
-      std::memcpy( text_ + size_, text, n );
-      size_ += n;
-      return *this;
-   }
-   char text_[256];
-   std::size_t size_ = 0;
-};
-
-}  // namespace
 
 std::string NatWorkerSm::generateTcamEntryDescription( Oro::NatHwKey const& hwKey,
                                                        U16 vlanId, bool fragEntry,
@@ -85,7 +35,7 @@ std::string NatWorkerSm::generateTcamEntryDescription( Oro::NatHwKey const& hwKe
    Wirel::IpAndPort const dstNew = hwKey.dstIpAndPortNew();
    bool const newPort = srcNew.port() != 0 || dstNew.port() != 0;
    bool const oldPort = srcOld.port() != 0 || dstOld.port() != 0;
-   Text text;
+   DescriptionText text;
    switch ( type ) {
       case Oro::NatHwKey::natKeyTypeNone:
          FWK_ASSERT( false );
