@@ -32,20 +32,21 @@ private:
 // Gives the activity lock up for the life of the object, if it is held.
 class ActivityLockRelease {
 public:
-   ActivityLockRelease() : released_( ActivityLock::instance().held() ) {
+   ActivityLockRelease() : lock_( ActivityLock::instance() ), released_( lock_.held() ) {
       if ( released_ ) {
-         ActivityLock::instance().give();
+         lock_.give();
       }
    }
    ~ActivityLockRelease() {
       if ( released_ ) {
-         ActivityLock::instance().take();
+         lock_.take();
       }
    }
    ActivityLockRelease( ActivityLockRelease const& ) = delete;
    ActivityLockRelease& operator=( ActivityLockRelease const& ) = delete;
 
 private:
+   ActivityLock& lock_;
    bool released_;
 };
 
