@@ -161,7 +161,9 @@ void FieldProcessor::orderIs( FpEntry& entry, bool installed ) {
    }
    Order& order = installed_[entry.group_];
    if ( installed ) {
-      order.emplace( rank( entry ), &entry );
+      // A newly installed entry usually ranks last (its install order is the newest), so
+      // the end is tried first; any other place is found as usual.
+      order.emplace_hint( order.end(), rank( entry ), &entry );
    } else {
       order.erase( rank( entry ) );
    }
