@@ -9,6 +9,7 @@
 
 namespace {
 
+using NatTest::Lines;
 using NatTest::NatFixture;
 
 class NatLifecycle : public NatFixture {};
@@ -16,24 +17,23 @@ class NatLifecycle : public NatFixture {};
 TEST_F( NatLifecycle, MountsInOrderThenOneInitializedWorkerPerModule ) {
    chip.modules = { { 1, 1 }, { 3, 3 } };
    start();
-   std::vector<std::string> stateMounts;
+   Lines stateMounts;
    for ( auto const& m : platform->agent().stateDatabase->mounts() ) {
       stateMounts.push_back( m.path + " " + m.typeName + " " + m.mode );
    }
-   EXPECT_EQ( stateMounts,
-              ( std::vector<std::string>{
-                  "hardware/capacity/status/nat-ifp-Corvane OroCapacity::TableCapacity w",
-                  "ip/nat/hwCapabilities Ip::Nat::HwCapabilities r",
-                  "hardware/corvane/nat/capability/config CorvaneNat::CapabilityConfig r",
-                  "hardware/corvane/nat/capability/status/Corvane "
-                  "CorvaneNat::CapabilityStatus wc",
-                  "hardware/corvane/nat/counters/tcam/Corvane "
-                  "CorvaneNat::TcamHitCountStatus wc",
-                  "ip/nat/mcastTranslationModeStatus Ip::Nat::McastTranslationMode r",
-                  "hardware/oro/nat/trap/config Oro::NatTrapConfig r" } ) );
+   EXPECT_EQ(
+       stateMounts,
+       ( Lines{ "hardware/capacity/status/nat-ifp-Corvane OroCapacity::TableCapacity w",
+                "ip/nat/hwCapabilities Ip::Nat::HwCapabilities r",
+                "hardware/corvane/nat/capability/config CorvaneNat::CapabilityConfig r",
+                "hardware/corvane/nat/capability/status/Corvane "
+                "CorvaneNat::CapabilityStatus wc",
+                "hardware/corvane/nat/counters/tcam/Corvane "
+                "CorvaneNat::TcamHitCountStatus wc",
+                "ip/nat/mcastTranslationModeStatus Ip::Nat::McastTranslationMode r",
+                "hardware/oro/nat/trap/config Oro::NatTrapConfig r" } ) );
 
-   std::vector<std::string>
-       sharedMounts;  // the plug-in's group (upstream mounts directly)
+   Lines sharedMounts;  // the plug-in's group (upstream mounts directly)
    for ( auto const& m : platform->agent().sharedMem->mounts() ) {
       if ( m.group != 0 ) {
          sharedMounts.push_back( m.path + " " + m.typeName + " " +
@@ -41,12 +41,11 @@ TEST_F( NatLifecycle, MountsInOrderThenOneInitializedWorkerPerModule ) {
       }
    }
    EXPECT_EQ( sharedMounts,
-              ( std::vector<std::string>{
-                  "corvanenat/ingXactSluiceConfigDir Xact::XactSluiceConfigDir 1",
-                  "corvanenat/hwKeyUidTable CorvaneNat::HwKeyUidTable 2",
-                  "corvanenat/uidHwKeyTable CorvaneNat::UidHwKeyTable 2",
-                  "corvanenat/hwShadow Oro::NatHwShadow 2",
-                  "corvanenat/ingModSetDir CorvaneNat::ModSetDir 2" } ) );
+              ( Lines{ "corvanenat/ingXactSluiceConfigDir Xact::XactSluiceConfigDir 1",
+                       "corvanenat/hwKeyUidTable CorvaneNat::HwKeyUidTable 2",
+                       "corvanenat/uidHwKeyTable CorvaneNat::UidHwKeyTable 2",
+                       "corvanenat/hwShadow Oro::NatHwShadow 2",
+                       "corvanenat/ingModSetDir CorvaneNat::ModSetDir 2" } ) );
    ASSERT_EQ( mounter->rootSm()->natWorkerSms(), 2u );
    ASSERT_TRUE( worker( 1 ) && worker( 3 ) );
    EXPECT_TRUE( worker( 1 )->initialized() );
