@@ -379,31 +379,29 @@ protected:
 };
 
 TEST_F( NatVerifyWorker, PassesAfterRulesOfEveryKindAndReadsBackEveryEntry ) {
-   start();
-   everyKind();
-   for ( auto const& a : answers ) {
-      ASSERT_EQ( a.result, 1u ) << "uid " << a.uid;
+   for ( bool fragments : { false, true } ) {
+      SCOPED_TRACE( fragments ? "with fragment entries" : "without fragment entries" );
+      nat.fragmentEnabled = fragments;
+      start();
+      everyKind();
+      for ( auto const& a : answers ) {
+         ASSERT_EQ( a.result, 1u ) << "uid " << a.uid;
+      }
+      EXPECT_EQ( table().entrys(), 16u ) << "two keys have no row";
+      // Fragment entries for the keys with ports and for dynamic keys.
+      EXPECT_EQ( table().entry( snapt ).fragEntryIdHas( 0 ), fragments );
+      EXPECT_EQ( table().entry( dnapt ).fragEntryIds().size(), fragments ? 2u : 0u );
+      EXPECT_FALSE( table().entry( dnat ).fragEntryIdHas( 10 ) );
+      std::size_t const from = mark();
+      EXPECT_TRUE( verify() );
+      // Nothing vacuous: six reads of every entry that the chip holds.
+      EXPECT_EQ( readBacks( from ), 6 * chipEntries() );
+      if ( !fragments ) {
+         EXPECT_EQ( chipEntries(), 21u );
+      }
+      TearDown();
+      answers.clear();
    }
-   EXPECT_EQ( table().entrys(), 16u ) << "two keys have no row";
-   std::size_t const from = mark();
-   EXPECT_TRUE( verify() );
-   // Nothing vacuous: six reads of every entry that the chip holds.
-   EXPECT_EQ( readBacks( from ), 6 * chipEntries() );
-   EXPECT_EQ( chipEntries(), 21u );
-}
-
-TEST_F( NatVerifyWorker, PassesWithFragmentEntries ) {
-   nat.fragmentEnabled = true;
-   start();
-   ASSERT_TRUE( worker()->fragmentEnabled() );
-   everyKind();
-   // Fragment entries were made for the keys with ports and for dynamic keys.
-   EXPECT_TRUE( table().entry( snapt ).fragEntryIdHas( 0 ) );
-   EXPECT_EQ( table().entry( dnapt ).fragEntryIds().size(), 2u );
-   EXPECT_FALSE( table().entry( dnat ).fragEntryIdHas( 10 ) );
-   std::size_t const from = mark();
-   EXPECT_TRUE( verify() );
-   EXPECT_EQ( readBacks( from ), 6 * chipEntries() );
 }
 
 TEST_F( NatVerifyWorker, PassesInAddressOnlyModeWhereDynamicKeysNeedBothAddresses ) {
@@ -450,16 +448,14 @@ TEST_F( NatVerifyWorker, PassesAfterVlansAreDroppedAndRulesRemoved ) {
    EXPECT_EQ( readBacks( from ), 6 * chipEntries() );
 }
 
-TEST_F( NatVerifyWorker, AVlanListedTwiceHasOneEntry ) {
-   start();
-   rule( 1, dnat, natData( { 10, 20, 10 } ) );
-   EXPECT_EQ( table().entry( dnat ).defaultEntryIds().size(), 2u );
-   EXPECT_TRUE( verify() );
-}
-
-TEST_F( NatVerifyWorker, EachWorkerPassesWithRulesOfOtherModules ) {
+TEST_F( NatVerifyWorker, IsOfferedPerWorkerEachPassingWithRulesOfOtherModules ) {
    chip.modules = { { 1, 1 }, { 2, 2 } };
    start();
+   auto const ops = Fwk::operations();
+   for ( char const* path : { "corvanenat/natWorkerSm/1", "corvanenat/natWorkerSm/2" } ) {
+      EXPECT_NE( std::find( ops.begin(), ops.end(), std::string( path ) + " doVerify" ),
+                 ops.end() );
+   }
    rule( 1, snat, {}, { 1 } );
    rule( 2, dnat, natData( { 10 } ), { 2 } );
    rule( 3, snapt, {}, { 1, 2 } );
@@ -467,6 +463,13 @@ TEST_F( NatVerifyWorker, EachWorkerPassesWithRulesOfOtherModules ) {
    EXPECT_FALSE( table( 2 ).entryHas( snat ) );
    EXPECT_TRUE( verify( "corvanenat/natWorkerSm/1" ) );
    EXPECT_TRUE( verify( "corvanenat/natWorkerSm/2" ) );
+   // Withdrawn with its worker.
+   platform->moduleDel( 2 );
+   loop().runUntilIdle();
+   ASSERT_FALSE( worker( 2 ) );
+   std::string error;
+   EXPECT_FALSE( Fwk::operationInvoke( "corvanenat/natWorkerSm/2", "doVerify", &error ) );
+   EXPECT_TRUE( verify( "corvanenat/natWorkerSm/1" ) );
 }
 
 TEST_F( NatVerifyWorker, PassesWhileARemovalWaitsForAnotherModule ) {
@@ -512,22 +515,6 @@ TEST_F( NatVerifyWorker, KeysShortOfTcamAreHeldToTheEntriesTheyHave ) {
    row.defaultEntryIdDel( 30 );
    table().entryIs( row );
    EXPECT_DEATH( verify(), failed( "entry.defaultEntryIds() == shadowData.vlanIds()" ) );
-}
-
-TEST_F( NatVerifyWorker, IsOfferedPerWorkerAndWithdrawnWithIt ) {
-   chip.modules = { { 1, 1 }, { 3, 3 } };
-   start();
-   auto const ops = Fwk::operations();
-   EXPECT_NE( std::find( ops.begin(), ops.end(), "corvanenat/natWorkerSm/1 doVerify" ),
-              ops.end() );
-   EXPECT_NE( std::find( ops.begin(), ops.end(), "corvanenat/natWorkerSm/3 doVerify" ),
-              ops.end() );
-   platform->moduleDel( 3 );
-   loop().runUntilIdle();
-   ASSERT_FALSE( worker( 3 ) );
-   std::string error;
-   EXPECT_FALSE( Fwk::operationInvoke( "corvanenat/natWorkerSm/3", "doVerify", &error ) );
-   EXPECT_TRUE( verify( "corvanenat/natWorkerSm/1" ) );
 }
 
 TEST_F( NatVerifyWorker, AWorkerNotYetInitializedHasNothingToVerify ) {
