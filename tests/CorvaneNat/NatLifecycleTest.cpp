@@ -1,5 +1,7 @@
 // How the plug-in comes alive: mounts, NAT support, workers per module, the flash
-// download and the mount group in either order, and losing and regaining readiness.
+// download and the mount group in either order. (Losing and regaining readiness, modules
+// coming and going and trap ACLs per worker are played by NatRandomTest.cpp against its
+// model.)
 
 #include "NatTestFixture.h"
 
@@ -102,29 +104,6 @@ TEST_F( NatLifecycle, EitherOrderOfFlashDownloadAndMountGroupInitializesOnce ) {
    }
 }
 
-TEST_F( NatLifecycle, LosingReadinessDeletesWorkersAndRegainingItInitializesTheRest ) {
-   chip.modules = { { 1, 1 }, { 2, 2 } };
-   start();
-   ASSERT_EQ( mounter->rootSm()->natWorkerSms(), 2u );
-   platform->agent().sharedMem->connectedIs( false );
-   loop().runUntilIdle();
-   EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 0u );
-
-   platform->agent().sharedMem->connectedIs( true );
-   loop().runUntilIdle();
-   EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 0u ) << "no worker is recreated";
-
-   // A module whose map entry changes gets a worker again, initialized at once.
-   platform->moduleIs( 2, 2 );
-   loop().runUntilIdle();
-   ASSERT_EQ( mounter->rootSm()->natWorkerSms(), 1u );
-   EXPECT_TRUE( worker( 2 )->initialized() );
-
-   platform->moduleDel( 2 );
-   loop().runUntilIdle();
-   EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 0u );
-}
-
 TEST_F( NatLifecycle, AModuleReportedTwiceKeepsItsWorker ) {
    start();
    Corvane::NatWorkerSm* first = worker( 1 );
@@ -132,41 +111,6 @@ TEST_F( NatLifecycle, AModuleReportedTwiceKeepsItsWorker ) {
    loop().runUntilIdle();
    EXPECT_EQ( worker( 1 ), first );
    EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 1u );
-}
-
-}  // namespace
-
-namespace {
-
-class NatTrapFilters : public NatTest::NatFixture {
-protected:
-   void acl( bool implicitDeny ) {
-      natsim::TrapAclStep step;
-      step.name = "inside";
-      step.vlan = 10;
-      step.implicitDeny = implicitDeny;
-      upstream->trapAcl( step );
-      loop().runUntilIdle();
-   }
-};
-
-TEST_F( NatTrapFilters, AWorkerProgramsTrapAclsUnlessTheChipTakesNone ) {
-   start();
-   acl( true );
-   ASSERT_TRUE( worker()->trapSm() );
-   // One rule: without hit (1), with hit after its SYN, FIN and RST entries (4), and the
-   // implicit deny.
-   EXPECT_EQ( chipEntries(), 6u );
-   acl( true );  // re-published: released and allocated again, nothing left behind
-   EXPECT_EQ( chipEntries(), 6u );
-   EXPECT_EQ( worker()->natEntryManager()->entriesAllocated( 1 ), 6u );
-
-   TearDown();
-   chip.trapFilters = false;
-   start();
-   acl( true );
-   EXPECT_FALSE( worker()->trapSm() );
-   EXPECT_EQ( chipEntries(), 0u );
 }
 
 }  // namespace
