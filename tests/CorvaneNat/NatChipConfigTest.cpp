@@ -1,13 +1,11 @@
 // The chip-wide NAT configuration: the translation-type register from the multicast
 // mode, the L4 port translation rows of the chip's family, the opaque-object strengths
-// and the L3 egress-object mode, as the journal and the chip show them.
+// and the L3 egress-object mode, as the journal and the chip show them. (A failing or
+// tolerated code of the egress mode: FaultsTest.cpp.)
 
-#include "NatTestFixture.h"
+#include "NatJournalLines.h"
 
 #include <map>
-
-#include "platform/chip/Sdk.h"
-#include "platform/fwk/Trace.h"
 
 namespace {
 
@@ -130,38 +128,15 @@ TEST_F( NatChipConfig, AModeOfThreeTypesOrTheDefaultsIsAppliedOthersAreSkipped )
 TEST_F( NatChipConfig, AModeBeforeInitializationIsOnlyTraced ) {
    chip.flashDownloadDone = false;
    start();
-   Lines lines;
-   std::string const previous = Fwk::traceSetting();
-   Fwk::traceSettingIs( "ApiCorvane/8" );
-   auto sink = Fwk::traceSinkIs( [&]( Fwk::TraceRecord const& r ) {
-      if ( r.function == "updateMcastTranslationModeStatus" ) {
-         lines.push_back( r.message );
-      }
-   } );
+   NatTest::TraceCapture trace;
    std::size_t from = mark();
    mode( { 5, 1, 2 } );
-   Fwk::traceSinkIs( sink );
-   Fwk::traceSettingIs( previous );
    EXPECT_TRUE( chipCalls( from ).empty() );
-   EXPECT_EQ( lines, ( Lines{ " numTranslationTypes: 3",
-                              "not initialized. Skipping the update." } ) );
-}
-
-TEST_F( NatChipConfig, OnlyTheUnavailableCodeOfTheEgressModeIsTolerated ) {
-   Shim::Sdk* sdk = nullptr;
-   chip.flashDownloadDone = false;
-   start();
-   sdk = Shim::sdk_;
-   sdk->failureIs( "bcm_switch_control_set", sdk->l3EgressModeTolerableRc );
-   platform->commonData().flashDownloadWaitIs( Corvane::tcamFlashDownloadReqL3Status,
-                                               true );
-   loop().runUntilIdle();
-   EXPECT_TRUE( worker()->initialized() ) << "the tolerated code does not stop the agent";
-
-   sdk->failureIs( "bcm_switch_control_set", sdk->BCM_E_INTERNAL );
-   EXPECT_DEATH( mode( { 5, 1, 2 } ),
-                 "NatChipConfig.cpp:[0-9]+ bcm_switch_control_set\\( unit, "
-                 "bcmSwitchL3EgressMode, true \\) API ERROR:.* \\(rc:-[0-9]+\\)" );
+   EXPECT_EQ(
+       trace.lines,
+       ( Lines{
+           "updateMcastTranslationModeStatus numTranslationTypes: 3",
+           "updateMcastTranslationModeStatusnot initialized. Skipping the update." } ) );
 }
 
 }  // namespace

@@ -500,17 +500,6 @@ TEST_F( NatCommit, RemovalReleasesTheEntriesThenTheHitCountsThenTheRow ) {
    EXPECT_EQ( chipEntries(), 0u );
 }
 
-TEST_F( NatCommit, RemovingAKeyThatNeverGotEntriesAnswers1 ) {
-   chip.tcamEntries = 0;
-   start();
-   LogCapture log;
-   rule( 5, snat );
-   std::size_t const from = mark();
-   removeRule( 5, snat );
-   EXPECT_TRUE( calls( from ).empty() );
-   EXPECT_EQ( answerTexts().back(), "mod 1 uid 5 result 1 field 0" );
-}
-
 // --- Broken expectations stop the agent -----------------------------------------------
 
 class NatCommitDeathTest : public NatCommit {
