@@ -274,7 +274,7 @@ TEST_F( NatVerifyReadBack, EachQualifierPassesOrStopsWithItsExpectation ) {
          EXPECT_EXIT(
              {
                 run( r );
-                std::exit( ::testing::Test::HasFailure() ? 1 : 0 );
+                std::_Exit( ::testing::Test::HasFailure() ? 1 : 0 );
              },
              ::testing::ExitedWithCode( 0 ), "" );
       }
