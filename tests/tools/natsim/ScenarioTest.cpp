@@ -83,7 +83,8 @@ TEST( ScenarioTest, EveryStepKindCarriesItsValues ) {
                      "myStation": false, "srcClass": 12, "count": 1000}},
          {"advance": 10.5},
          {"show": "ShowCorvaneNatSlice"},
-         {"verify": 1}
+         {"verify": 1},
+         {"restart": {}}
       ],
       "agent": "Other",
       "chip": {"natSupported": false, "modules": {"1": 1, "2": 2}, "tcamEntries": 3,
@@ -107,12 +108,12 @@ TEST( ScenarioTest, EveryStepKindCarriesItsValues ) {
    for ( natsim::Step const& step : s.steps ) {
       kinds.push_back( natsim::stepKindName( step ) );
    }
-   EXPECT_EQ( kinds,
-              ( std::vector<std::string>{
-                  "natRule", "natRuleRemove", "trapAcl", "trapAclRemove", "mcastMode",
-                  "module", "moduleRemove", "mountGroupReady", "flashDownload",
-                  "fragmentEnabled", "packet", "advance", "show", "verify" } ) );
-   ASSERT_EQ( s.steps.size(), 14u );
+   EXPECT_EQ( kinds, ( std::vector<std::string>{
+                         "natRule", "natRuleRemove", "trapAcl", "trapAclRemove",
+                         "mcastMode", "module", "moduleRemove", "mountGroupReady",
+                         "flashDownload", "fragmentEnabled", "packet", "advance", "show",
+                         "verify", "restart" } ) );
+   ASSERT_EQ( s.steps.size(), 15u );
 
    auto const& rule = std::get<natsim::NatRuleStep>( s.steps[0] );
    EXPECT_EQ( rule.uid, 4294967295u );
@@ -307,6 +308,11 @@ TEST( ScenarioTest, StepFaults ) {
        { "unknown member",
          oneStep( R"({"natRule": {"uid": 1, "key": {"srcOlds": ""}}})" ),
          "steps[0].natRule.key", "unknown member \"srcOlds\"" },
+       { "restart with a member", oneStep( R"({"restart": {"hitless": false}})" ),
+         "steps[0].restart",
+         "unknown member \"hitless\" (a restart takes no members: {})" },
+       { "restart not an object", oneStep( R"({"restart": true})" ), "steps[0].restart",
+         "expected an object, got a boolean" },
        { "negative advance", R"({"steps": [{"verify": 1}, {"advance": -0.5}]})",
          "steps[1].advance", "-0.5 is out of range (expected 0 or more seconds)" },
    } );
