@@ -1,16 +1,15 @@
 // The chip-wide NAT configuration: the translation-type register from the multicast
 // mode, the L4 port translation rows of the chip's family, the opaque-object strengths
-// and the L3 egress-object mode, as the journal and the chip show them.
+// and the L3 egress-object mode, as the journal and the chip show them. (A failing or
+// tolerated code of the egress mode: FaultsTest.cpp.)
 
-#include "NatTestFixture.h"
+#include "NatJournalLines.h"
 
 #include <map>
 
-#include "platform/chip/Sdk.h"
-#include "platform/fwk/Trace.h"
-
 namespace {
 
+using NatTest::Lines;
 using NatTest::NatFixture;
 
 class NatChipConfig : public NatFixture {
@@ -32,8 +31,8 @@ protected:
       loop().runUntilIdle();
    }
    // Names of the calls from `from` on, with the memory or register they touch.
-   std::vector<std::string> chipCalls( std::size_t from ) {
-      std::vector<std::string> out;
+   Lines chipCalls( std::size_t from ) {
+      Lines out;
       for ( auto const& r : Chip::journal().recordsFrom( from ) ) {
          std::string line = r.call;
          if ( !r.args.empty() && r.args[0].kind == Chip::Arg::Kind::name ) {
@@ -56,9 +55,9 @@ TEST_F( NatChipConfig, InitializationAppliesTheDefaultsInOrder ) {
        { "ENABLE_1", 0 }, { "TYPE_2", 3 },  { "ENABLE_2", 1 } };
    EXPECT_EQ( registerFields(), expected );
 
-   std::vector<std::string> calls = chipCalls( 0 );
-   std::vector<std::string> want = { "soc_reg32_get MCAST_XLATE_TYPES 0",
-                                     "soc_reg32_set MCAST_XLATE_TYPES 0" };
+   Lines calls = chipCalls( 0 );
+   Lines want = { "soc_reg32_get MCAST_XLATE_TYPES 0",
+                  "soc_reg32_set MCAST_XLATE_TYPES 0" };
    for ( int row : { 18, 19, 20, 21, 25, 26 } ) {
       want.push_back( "soc_mem_read L4_PORT_XLATE " + std::to_string( row ) );
       want.push_back( "soc_mem_write L4_PORT_XLATE " + std::to_string( row ) );
@@ -107,7 +106,7 @@ TEST_F( NatChipConfig, AModeOfThreeTypesOrTheDefaultsIsAppliedOthersAreSkipped )
    EXPECT_EQ(
        ( std::vector<U64>{ fields["ENABLE_0"], fields["ENABLE_1"], fields["ENABLE_2"] } ),
        ( std::vector<U64>{ 0, 1, 0 } ) );
-   std::vector<std::string> calls = chipCalls( from );
+   Lines calls = chipCalls( from );
    ASSERT_FALSE( calls.empty() );
    EXPECT_EQ( calls.front(), "soc_reg32_get MCAST_XLATE_TYPES 0" );
    EXPECT_EQ( calls.back(), "bcm_switch_control_set bcmSwitchL3EgressMode" );
@@ -129,39 +128,15 @@ TEST_F( NatChipConfig, AModeOfThreeTypesOrTheDefaultsIsAppliedOthersAreSkipped )
 TEST_F( NatChipConfig, AModeBeforeInitializationIsOnlyTraced ) {
    chip.flashDownloadDone = false;
    start();
-   std::vector<std::string> lines;
-   std::string const previous = Fwk::traceSetting();
-   Fwk::traceSettingIs( "ApiCorvane/8" );
-   auto sink = Fwk::traceSinkIs( [&]( Fwk::TraceRecord const& r ) {
-      if ( r.function == "updateMcastTranslationModeStatus" ) {
-         lines.push_back( r.message );
-      }
-   } );
+   NatTest::TraceCapture trace;
    std::size_t from = mark();
    mode( { 5, 1, 2 } );
-   Fwk::traceSinkIs( sink );
-   Fwk::traceSettingIs( previous );
    EXPECT_TRUE( chipCalls( from ).empty() );
-   EXPECT_EQ( lines,
-              ( std::vector<std::string>{ " numTranslationTypes: 3",
-                                          "not initialized. Skipping the update." } ) );
-}
-
-TEST_F( NatChipConfig, OnlyTheUnavailableCodeOfTheEgressModeIsTolerated ) {
-   Shim::Sdk* sdk = nullptr;
-   chip.flashDownloadDone = false;
-   start();
-   sdk = Shim::sdk_;
-   sdk->failureIs( "bcm_switch_control_set", sdk->l3EgressModeTolerableRc );
-   platform->commonData().flashDownloadWaitIs( Corvane::tcamFlashDownloadReqL3Status,
-                                               true );
-   loop().runUntilIdle();
-   EXPECT_TRUE( worker()->initialized() ) << "the tolerated code does not stop the agent";
-
-   sdk->failureIs( "bcm_switch_control_set", sdk->BCM_E_INTERNAL );
-   EXPECT_DEATH( mode( { 5, 1, 2 } ),
-                 "NatChipConfig.cpp:[0-9]+ bcm_switch_control_set\\( unit, "
-                 "bcmSwitchL3EgressMode, true \\) API ERROR:.* \\(rc:-[0-9]+\\)" );
+   EXPECT_EQ(
+       trace.lines,
+       ( Lines{
+           "updateMcastTranslationModeStatus numTranslationTypes: 3",
+           "updateMcastTranslationModeStatusnot initialized. Skipping the update." } ) );
 }
 
 }  // namespace

@@ -11,20 +11,19 @@ using namespace NatTest;
 
 constexpr U32 uid = caseUid;
 
-std::vector<std::string> const head = { myStationHit(), notAclDropped() };
-std::vector<std::string> const tcp = { ipProtocol( 6 ), tcpControlClear() };
-std::vector<std::string> const udp = { ipProtocol( 17 ) };
+Lines const tcp = { ipProtocol( 6 ), tcpControlClear() };
+Lines const udp = { ipProtocol( 17 ) };
 
 // The actions of a source entry with extraction-control id `id`.
-std::vector<std::string> sourceActions( U32 id ) {
+Lines sourceActions( U32 id ) {
    return { opaqueObject1( uid ), action( "CopyToCpuCancel" ), extractionCtrl( id ),
             action( "DropCancel" ) };
 }
 
 // The actions of a destination entry; a next-hop id of 0 leaves forwarding out.
-std::vector<std::string> destinationActions( U32 id, U32 nextHopId ) {
-   std::vector<std::string> out = { opaqueObject1( uid ), action( "CopyToCpuCancel" ),
-                                    extractionCtrl( id ) };
+Lines destinationActions( U32 id, U32 nextHopId ) {
+   Lines out = { opaqueObject1( uid ), action( "CopyToCpuCancel" ),
+                 extractionCtrl( id ) };
    if ( nextHopId ) {
       out.push_back( action( "DropCancel" ) );
       out.push_back( l3Switch( nextHopId ) );
@@ -42,8 +41,7 @@ std::vector<Case> oneAddressCases() {
        natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ), {}, {}, 17 );
    std::string const tcpText = "dynamic SNAT tcp 10.0.0.1 -> 1.1.1.1";
    std::string const udpText = "dynamic SNAT udp 10.0.0.1 -> 1.1.1.1";
-   std::vector<std::string> const src =
-       head + std::vector<std::string>{ srcIp( "10.0.0.1" ) };
+   Lines const src = Lines{ srcIp( "10.0.0.1" ) };
    return {
        { "SourceWithoutFragmentHandlingHasOneTcpEntry",
          snat,
@@ -62,35 +60,30 @@ std::vector<Case> oneAddressCases() {
          snatTcp,
          Data(),
          true,
-         { { { tcpText, src + std::vector<std::string>{ ipProtocol( 6 ) } + tcp +
-                            sourceActions( 20 ) },
-             { udpText, src + std::vector<std::string>{ ipProtocol( 6 ) } + tcp +
-                            sourceActions( 20 ) } } } },
+         { { { tcpText, src + Lines{ ipProtocol( 6 ) } + tcp + sourceActions( 20 ) },
+             { udpText,
+               src + Lines{ ipProtocol( 6 ) } + tcp + sourceActions( 20 ) } } } },
        // Protocol 17 with one address still gets TCP on its first entry.
        { "SourceOfProtocol17WithOneAddress",
          snatUdp,
          Data(),
          true,
-         { { { tcpText, src + std::vector<std::string>{ ipProtocol( 17 ) } + tcp +
-                            sourceActions( 20 ) },
-             { udpText, src + std::vector<std::string>{ ipProtocol( 17 ) } + udp +
-                            sourceActions( 20 ) } } } },
+         { { { tcpText, src + Lines{ ipProtocol( 17 ) } + tcp + sourceActions( 20 ) },
+             { udpText,
+               src + Lines{ ipProtocol( 17 ) } + udp + sourceActions( 20 ) } } } },
        // No L3Ingress: the VLAN only names the entry.
        { "DestinationOnEachVlan",
          natKey( 6, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) ),
          Data().vlans( { 3, 4 } ).nextHop( 5 ),
          true,
          { { { "dynamic DNAT tcp vlan 3 1.1.1.1 -> 10.0.0.1",
-               head + std::vector<std::string>{ dstIp( "1.1.1.1" ) } + tcp +
-                   destinationActions( 16, 100005 ) },
+               Lines{ dstIp( "1.1.1.1" ) } + tcp + destinationActions( 16, 100005 ) },
              { "dynamic DNAT udp vlan 3 1.1.1.1 -> 10.0.0.1",
-               head + std::vector<std::string>{ dstIp( "1.1.1.1" ) } + udp +
-                   destinationActions( 16, 100005 ) } },
+               Lines{ dstIp( "1.1.1.1" ) } + udp + destinationActions( 16, 100005 ) } },
            { { "dynamic DNAT tcp vlan 4 1.1.1.1 -> 10.0.0.1",
-               head + std::vector<std::string>{ dstIp( "1.1.1.1" ) } + tcp +
-                   destinationActions( 16, 100005 ) },
+               Lines{ dstIp( "1.1.1.1" ) } + tcp + destinationActions( 16, 100005 ) },
              { "dynamic DNAT udp vlan 4 1.1.1.1 -> 10.0.0.1",
-               head + std::vector<std::string>{ dstIp( "1.1.1.1" ) } + udp +
+               Lines{ dstIp( "1.1.1.1" ) } + udp +
                    destinationActions( 16, 100005 ) } } } },
    };
 }
@@ -106,58 +99,51 @@ std::vector<Case> twoAddressCases() {
                                        at( "8.8.8.8", 53 ), at( "8.8.8.8", 53 ), 17 );
    Oro::NatHwKey const dnapt = natKey( 6, at( "20.0.0.1" ), at( "20.0.0.1" ),
                                        at( "1.1.1.1", 80 ), at( "10.0.0.1", 8080 ) );
-   std::vector<std::string> const dnaptQualifiers =
-       head + std::vector<std::string>{ srcIp( "20.0.0.1" ), dstIp( "1.1.1.1" ) };
+   Lines const dnaptQualifiers = Lines{ srcIp( "20.0.0.1" ), dstIp( "1.1.1.1" ) };
    auto dnaptCase = []( std::string name, U64 nextHop, U32 nextHopId,
-                        std::vector<std::string> const& qualifiers ) {
+                        Lines const& qualifiers ) {
       return addrOnly( { name,
                          natKey( 6, at( "20.0.0.1" ), at( "20.0.0.1" ),
                                  at( "1.1.1.1", 80 ), at( "10.0.0.1", 8080 ) ),
                          Data().vlans( { 10 } ).nextHop( nextHop ),
                          false,
                          { { { "dynamic DNAPT vlan 10 1.1.1.1:80 -> 10.0.0.1:8080",
-                               qualifiers + std::vector<std::string>{ l4DstPort( 80 ) } +
-                                   udp + destinationActions( 17, nextHopId ) } } } } );
+                               qualifiers + Lines{ l4DstPort( 80 ) } + udp +
+                                   destinationActions( 17, nextHopId ) } } } } );
    };
    return {
        // The key's protocol comes before the ports; both addresses make it UDP.
-       addrOnly(
-           { "SourceWithPortsAndItsFragmentEntry",
-             snapt,
-             Data(),
-             true,
-             { { { "dynamic SNAPT 10.0.0.1:1024 -> 1.1.1.1:2048",
-                   head +
-                       std::vector<std::string>{ srcIp( "10.0.0.1" ), dstIp( "8.8.8.8" ),
-                                                 ipProtocol( 17 ), l4SrcPort( 1024 ),
-                                                 l4DstPort( 53 ) } +
-                       udp + sourceActions( 21 ) },
-                 { "dynamic SNAPT 10.0.0.1 -> 1.1.1.1",
-                   head +
-                       std::vector<std::string>{ srcIp( "10.0.0.1" ), dstIp( "8.8.8.8" ),
-                                                 ipProtocol( 17 ), ipFragNotFirst() } +
-                       udp + sourceActions( 20 ) } } } } ),
-       addrOnly(
-           { "SourceWithoutSourcePort",
-             natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "8.8.8.8", 53 ),
-                     at( "8.8.8.8", 53 ), 6 ),
-             Data(),
-             false,
-             { { { "dynamic SNAPT 10.0.0.1:0 -> 1.1.1.1:0",
-                   head +
-                       std::vector<std::string>{ srcIp( "10.0.0.1" ), dstIp( "8.8.8.8" ),
-                                                 ipProtocol( 6 ), l4DstPort( 53 ) } +
-                       tcp + sourceActions( 20 ) } } } } ),
+       addrOnly( { "SourceWithPortsAndItsFragmentEntry",
+                   snapt,
+                   Data(),
+                   true,
+                   { { { "dynamic SNAPT 10.0.0.1:1024 -> 1.1.1.1:2048",
+                         Lines{ srcIp( "10.0.0.1" ), dstIp( "8.8.8.8" ), ipProtocol( 17 ),
+                                l4SrcPort( 1024 ), l4DstPort( 53 ) } +
+                             udp + sourceActions( 21 ) },
+                       { "dynamic SNAPT 10.0.0.1 -> 1.1.1.1",
+                         Lines{ srcIp( "10.0.0.1" ), dstIp( "8.8.8.8" ), ipProtocol( 17 ),
+                                ipFragNotFirst() } +
+                             udp + sourceActions( 20 ) } } } } ),
+       addrOnly( { "SourceWithoutSourcePort",
+                   natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "8.8.8.8", 53 ),
+                           at( "8.8.8.8", 53 ), 6 ),
+                   Data(),
+                   false,
+                   { { { "dynamic SNAPT 10.0.0.1:0 -> 1.1.1.1:0",
+                         Lines{ srcIp( "10.0.0.1" ), dstIp( "8.8.8.8" ), ipProtocol( 6 ),
+                                l4DstPort( 53 ) } +
+                             tcp + sourceActions( 20 ) } } } } ),
        addrOnly( { "DestinationWithPortAndItsFragmentEntry",
                    dnapt,
                    Data().vlans( { 10 } ).nextHop( 5 ),
                    true,
                    { { { "dynamic DNAPT vlan 10 1.1.1.1:80 -> 10.0.0.1:8080",
-                         dnaptQualifiers + std::vector<std::string>{ l4DstPort( 80 ) } +
-                             udp + destinationActions( 17, 100005 ) },
+                         dnaptQualifiers + Lines{ l4DstPort( 80 ) } + udp +
+                             destinationActions( 17, 100005 ) },
                        { "dynamic DNAPT vlan 10 1.1.1.1 -> 10.0.0.1",
-                         dnaptQualifiers + std::vector<std::string>{ ipFragNotFirst() } +
-                             udp + destinationActions( 16, 100005 ) } } } } ),
+                         dnaptQualifiers + Lines{ ipFragNotFirst() } + udp +
+                             destinationActions( 16, 100005 ) } } } } ),
        dnaptCase( "DestinationToAMultipathNextHop", 0x08000003, 200003, dnaptQualifiers ),
        dnaptCase( "DestinationWithoutNextHop", 0, 0, dnaptQualifiers ),
        dnaptCase( "DestinationWithAllOnesNextHop", ~U64( 0 ), 0, dnaptQualifiers ),
@@ -167,8 +153,8 @@ std::vector<Case> twoAddressCases() {
                    Data().vlans( { 10 } ).nextHop( 7 ),
                    false,
                    { { { "dynamic DNAPT vlan 10 1.1.1.1:0 -> 10.0.0.1:0",
-                         dnaptQualifiers + std::vector<std::string>{ l4SrcPort( 5000 ) } +
-                             udp + destinationActions( 16, 100007 ) } } } } ),
+                         dnaptQualifiers + Lines{ l4SrcPort( 5000 ) } + udp +
+                             destinationActions( 16, 100007 ) } } } } ),
    };
 }
 
@@ -193,9 +179,8 @@ TEST_F( NatDynamicProgram, Protocol17WithOneAddressEndsUpMatchingTcpInTheChip ) 
    ASSERT_TRUE( e );
    EXPECT_EQ( e->qualifier( Chip::Qualifier::IpProtocol ).data, 6u );
    EXPECT_EQ( e->qualifier( Chip::Qualifier::TcpControl ).mask, 7u );
-   EXPECT_EQ( chipQualifiers( ids[0] ),
-              ( std::vector<std::string>{ "MyStationHit", "SrcClassField", "SrcIp",
-                                          "IpProtocol", "TcpControl" } ) );
+   EXPECT_EQ( chipQualifiers( ids[0] ), ( Lines{ "MyStationHit", "SrcClassField", "SrcIp",
+                                                 "IpProtocol", "TcpControl" } ) );
 }
 
 }  // namespace

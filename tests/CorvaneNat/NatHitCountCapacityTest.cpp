@@ -10,6 +10,7 @@ namespace {
 
 using NatTest::ipPort;
 using NatTest::ipValue;
+using NatTest::Lines;
 using NatTest::NatFixture;
 using NatTest::natKey;
 

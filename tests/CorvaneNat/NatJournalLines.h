@@ -162,8 +162,7 @@ inline std::string releaseEntry() {
 }
 
 // Appends `more` to `lines`.
-inline std::vector<std::string> operator+( std::vector<std::string> lines,
-                                           std::vector<std::string> const& more ) {
+inline Lines operator+( Lines lines, Lines const& more ) {
    lines.insert( lines.end(), more.begin(), more.end() );
    return lines;
 }
@@ -229,7 +228,7 @@ public:
       return false;
    }
 
-   std::vector<std::string> lines;
+   Lines lines;
    std::function<void( std::string const& )> onLine;
 
 private:
@@ -259,9 +258,9 @@ protected:
    // The journal from `mark` on, each line led by the entry it concerns: "#k <line>",
    // k counting the entries in the order getEntry handed them out from `mark` on
    // ("#?" for an entry allocated before). Calls without an entry stand alone.
-   std::vector<std::string> entryCalls( std::size_t mark ) const {
+   Lines entryCalls( std::size_t mark ) const {
       std::map<U32, unsigned> order;
-      std::vector<std::string> out;
+      Lines out;
       for ( auto const& r : Chip::journal().recordsFrom( mark ) ) {
          std::string line = callLine( r.call, r.args );
          if ( r.rc != 0 ) {
@@ -283,8 +282,8 @@ protected:
    }
    // The journal from `mark` on with the entry id leading each line that has one:
    // "3 installEntry []".
-   std::vector<std::string> idCalls( std::size_t mark ) const {
-      std::vector<std::string> out;
+   Lines idCalls( std::size_t mark ) const {
+      Lines out;
       for ( auto const& r : Chip::journal().recordsFrom( mark ) ) {
          std::string line = callLine( r.call, r.args );
          out.push_back( r.hasEntry ? std::to_string( r.entry ) + " " + line : line );
@@ -310,8 +309,8 @@ protected:
       return units;
    }
    // The actions an entry holds in the chip, as action_add lines.
-   std::vector<std::string> chipActions( U32 id, int unit = 1 ) {
-      std::vector<std::string> out;
+   Lines chipActions( U32 id, int unit = 1 ) {
+      Lines out;
       Chip::FpEntry const* e = fieldProcessor( unit ).entry( id );
       if ( !e ) {
          return out;
@@ -326,8 +325,8 @@ protected:
    }
    // The names of the qualifiers an entry holds in the chip ("SrcIp"), in the chip's
    // order.
-   std::vector<std::string> chipQualifiers( U32 id, int unit = 1 ) {
-      std::vector<std::string> out;
+   Lines chipQualifiers( U32 id, int unit = 1 ) {
+      Lines out;
       if ( Chip::FpEntry const* e = fieldProcessor( unit ).entry( id ) ) {
          for ( Chip::Qualifier q : e->qualifiers() ) {
             out.push_back( Chip::qualifierName( q ) );
@@ -347,8 +346,8 @@ protected:
 };
 
 // The action lines among `lines` (what the chip holds after programming).
-inline std::vector<std::string> actionsOf( std::vector<std::string> const& lines ) {
-   std::vector<std::string> out;
+inline Lines actionsOf( Lines const& lines ) {
+   Lines out;
    for ( auto const& l : lines ) {
       if ( l.rfind( "bcm_field_action_add ", 0 ) == 0 ) {
          out.push_back( l );
@@ -366,8 +365,9 @@ constexpr U16 caseMcastUid = 4;
 
 struct Entry {
    std::string description;
-   // The SDK calls of the entry, between its allocation and its priority.
-   std::vector<std::string> calls;
+   // The SDK calls of the entry after the two that every NAT entry starts with (my
+   // station hit, not dropped by an ACL) and before its priority.
+   Lines calls;
 };
 
 struct Case {
@@ -383,8 +383,8 @@ struct Case {
 
 // What the journal holds for a case: per VLAN, the entries are allocated, then each is
 // programmed, given the highest priority and installed.
-inline std::vector<std::string> expectedJournal( Case const& c ) {
-   std::vector<std::string> out;
+inline Lines expectedJournal( Case const& c ) {
+   Lines out;
    unsigned n = 0;
    for ( auto const& group : c.vlans ) {
       unsigned const first = n + 1;
@@ -394,8 +394,8 @@ inline std::vector<std::string> expectedJournal( Case const& c ) {
       unsigned k = first;
       for ( auto const& e : group ) {
          std::string const tag = "#" + std::to_string( k++ ) + " ";
-         for ( auto const& call :
-               e.calls + std::vector<std::string>{ highestPriority(), installEntry() } ) {
+         for ( auto const& call : Lines{ myStationHit(), notAclDropped() } + e.calls +
+                                      Lines{ highestPriority(), installEntry() } ) {
             out.push_back( tag + call );
          }
       }

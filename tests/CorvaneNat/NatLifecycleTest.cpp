@@ -1,5 +1,7 @@
 // How the plug-in comes alive: mounts, NAT support, workers per module, the flash
-// download and the mount group in either order, and losing and regaining readiness.
+// download and the mount group in either order. (Losing and regaining readiness, modules
+// coming and going and trap ACLs per worker are played by NatRandomTest.cpp against its
+// model.)
 
 #include "NatTestFixture.h"
 
@@ -9,6 +11,7 @@
 
 namespace {
 
+using NatTest::Lines;
 using NatTest::NatFixture;
 
 class NatLifecycle : public NatFixture {};
@@ -16,24 +19,23 @@ class NatLifecycle : public NatFixture {};
 TEST_F( NatLifecycle, MountsInOrderThenOneInitializedWorkerPerModule ) {
    chip.modules = { { 1, 1 }, { 3, 3 } };
    start();
-   std::vector<std::string> stateMounts;
+   Lines stateMounts;
    for ( auto const& m : platform->agent().stateDatabase->mounts() ) {
       stateMounts.push_back( m.path + " " + m.typeName + " " + m.mode );
    }
-   EXPECT_EQ( stateMounts,
-              ( std::vector<std::string>{
-                  "hardware/capacity/status/nat-ifp-Corvane OroCapacity::TableCapacity w",
-                  "ip/nat/hwCapabilities Ip::Nat::HwCapabilities r",
-                  "hardware/corvane/nat/capability/config CorvaneNat::CapabilityConfig r",
-                  "hardware/corvane/nat/capability/status/Corvane "
-                  "CorvaneNat::CapabilityStatus wc",
-                  "hardware/corvane/nat/counters/tcam/Corvane "
-                  "CorvaneNat::TcamHitCountStatus wc",
-                  "ip/nat/mcastTranslationModeStatus Ip::Nat::McastTranslationMode r",
-                  "hardware/oro/nat/trap/config Oro::NatTrapConfig r" } ) );
+   EXPECT_EQ(
+       stateMounts,
+       ( Lines{ "hardware/capacity/status/nat-ifp-Corvane OroCapacity::TableCapacity w",
+                "ip/nat/hwCapabilities Ip::Nat::HwCapabilities r",
+                "hardware/corvane/nat/capability/config CorvaneNat::CapabilityConfig r",
+                "hardware/corvane/nat/capability/status/Corvane "
+                "CorvaneNat::CapabilityStatus wc",
+                "hardware/corvane/nat/counters/tcam/Corvane "
+                "CorvaneNat::TcamHitCountStatus wc",
+                "ip/nat/mcastTranslationModeStatus Ip::Nat::McastTranslationMode r",
+                "hardware/oro/nat/trap/config Oro::NatTrapConfig r" } ) );
 
-   std::vector<std::string>
-       sharedMounts;  // the plug-in's group (upstream mounts directly)
+   Lines sharedMounts;  // the plug-in's group (upstream mounts directly)
    for ( auto const& m : platform->agent().sharedMem->mounts() ) {
       if ( m.group != 0 ) {
          sharedMounts.push_back( m.path + " " + m.typeName + " " +
@@ -41,12 +43,11 @@ TEST_F( NatLifecycle, MountsInOrderThenOneInitializedWorkerPerModule ) {
       }
    }
    EXPECT_EQ( sharedMounts,
-              ( std::vector<std::string>{
-                  "corvanenat/ingXactSluiceConfigDir Xact::XactSluiceConfigDir 1",
-                  "corvanenat/hwKeyUidTable CorvaneNat::HwKeyUidTable 2",
-                  "corvanenat/uidHwKeyTable CorvaneNat::UidHwKeyTable 2",
-                  "corvanenat/hwShadow Oro::NatHwShadow 2",
-                  "corvanenat/ingModSetDir CorvaneNat::ModSetDir 2" } ) );
+              ( Lines{ "corvanenat/ingXactSluiceConfigDir Xact::XactSluiceConfigDir 1",
+                       "corvanenat/hwKeyUidTable CorvaneNat::HwKeyUidTable 2",
+                       "corvanenat/uidHwKeyTable CorvaneNat::UidHwKeyTable 2",
+                       "corvanenat/hwShadow Oro::NatHwShadow 2",
+                       "corvanenat/ingModSetDir CorvaneNat::ModSetDir 2" } ) );
    ASSERT_EQ( mounter->rootSm()->natWorkerSms(), 2u );
    ASSERT_TRUE( worker( 1 ) && worker( 3 ) );
    EXPECT_TRUE( worker( 1 )->initialized() );
@@ -103,29 +104,6 @@ TEST_F( NatLifecycle, EitherOrderOfFlashDownloadAndMountGroupInitializesOnce ) {
    }
 }
 
-TEST_F( NatLifecycle, LosingReadinessDeletesWorkersAndRegainingItInitializesTheRest ) {
-   chip.modules = { { 1, 1 }, { 2, 2 } };
-   start();
-   ASSERT_EQ( mounter->rootSm()->natWorkerSms(), 2u );
-   platform->agent().sharedMem->connectedIs( false );
-   loop().runUntilIdle();
-   EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 0u );
-
-   platform->agent().sharedMem->connectedIs( true );
-   loop().runUntilIdle();
-   EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 0u ) << "no worker is recreated";
-
-   // A module whose map entry changes gets a worker again, initialized at once.
-   platform->moduleIs( 2, 2 );
-   loop().runUntilIdle();
-   ASSERT_EQ( mounter->rootSm()->natWorkerSms(), 1u );
-   EXPECT_TRUE( worker( 2 )->initialized() );
-
-   platform->moduleDel( 2 );
-   loop().runUntilIdle();
-   EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 0u );
-}
-
 TEST_F( NatLifecycle, AModuleReportedTwiceKeepsItsWorker ) {
    start();
    Corvane::NatWorkerSm* first = worker( 1 );
@@ -133,41 +111,6 @@ TEST_F( NatLifecycle, AModuleReportedTwiceKeepsItsWorker ) {
    loop().runUntilIdle();
    EXPECT_EQ( worker( 1 ), first );
    EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 1u );
-}
-
-}  // namespace
-
-namespace {
-
-class NatTrapFilters : public NatTest::NatFixture {
-protected:
-   void acl( bool implicitDeny ) {
-      natsim::TrapAclStep step;
-      step.name = "inside";
-      step.vlan = 10;
-      step.implicitDeny = implicitDeny;
-      upstream->trapAcl( step );
-      loop().runUntilIdle();
-   }
-};
-
-TEST_F( NatTrapFilters, AWorkerProgramsTrapAclsUnlessTheChipTakesNone ) {
-   start();
-   acl( true );
-   ASSERT_TRUE( worker()->trapSm() );
-   // One rule: without hit (1), with hit after its SYN, FIN and RST entries (4), and the
-   // implicit deny.
-   EXPECT_EQ( chipEntries(), 6u );
-   acl( true );  // re-published: released and allocated again, nothing left behind
-   EXPECT_EQ( chipEntries(), 6u );
-   EXPECT_EQ( worker()->natEntryManager()->entriesAllocated( 1 ), 6u );
-
-   TearDown();
-   chip.trapFilters = false;
-   start();
-   acl( true );
-   EXPECT_FALSE( worker()->trapSm() );
-   EXPECT_EQ( chipEntries(), 0u );
 }
 
 }  // namespace

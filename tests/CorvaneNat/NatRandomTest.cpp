@@ -84,18 +84,16 @@ U64 envNumber( char const* name, U64 fallback ) {
 
 struct Replay {
    char header[256] = "";
-   std::string config;
-   std::vector<std::string> steps;
+   // The scenario without its closing: "{<config>, \"steps\": [\n  <step>,\n  <step>".
+   std::string body;
+   std::size_t steps = 0;
 
-   // A natsim scenario of the steps played so far.
-   std::string text() const {
-      std::string out = header;
-      out += "{" + config + ", \"steps\": [\n";
-      for ( std::size_t i = 0; i < steps.size(); ++i ) {
-         out += "  " + steps[i] + ( i + 1 < steps.size() ? ",\n" : "\n" );
-      }
-      return out + "]}\n";
+   void configIs( std::string const& config ) { body = "{" + config + ", \"steps\": ["; }
+   void stepAppend( std::string const& step ) {
+      body += ( steps++ ? ",\n  " : "\n  " ) + step;
    }
+   // A natsim scenario of the steps played so far.
+   std::string text() const { return header + body + "\n]}\n"; }
 };
 
 Replay* activeReplay = nullptr;
@@ -114,20 +112,10 @@ void writeAll( char const* text, std::size_t size ) {
 // An assertion of the plug-in aborts: print the seed and the steps before dying.
 extern "C" void onAbort( int ) {
    if ( Replay const* r = activeReplay ) {
-      char const open[] = "\n";
-      writeAll( open, sizeof( open ) - 1 );
+      writeAll( "\n", 1 );
       writeAll( r->header, std::strlen( r->header ) );
-      writeAll( "{", 1 );
-      writeAll( r->config.data(), r->config.size() );
-      char const steps[] = ", \"steps\": [\n";
-      writeAll( steps, sizeof( steps ) - 1 );
-      for ( std::size_t i = 0; i < r->steps.size(); ++i ) {
-         writeAll( "  ", 2 );
-         writeAll( r->steps[i].data(), r->steps[i].size() );
-         writeAll( i + 1 < r->steps.size() ? ",\n" : "\n",
-                   i + 1 < r->steps.size() ? 2 : 1 );
-      }
-      writeAll( "]}\n", 3 );
+      writeAll( r->body.data(), r->body.size() );
+      writeAll( "\n]}\n", 4 );
    }
    ::signal( SIGABRT, SIG_DFL );
 }
@@ -555,7 +543,7 @@ public:
 
    void play() {
       json const config = gen_.config();
-      replay_.config = config.dump().substr( 1, config.dump().size() - 2 );
+      replay_.configIs( config.dump().substr( 1, config.dump().size() - 2 ) );
       natsim::Scenario scenario;
       natsim::ScenarioError error;
       ASSERT_TRUE( natsim::parseScenario( config.dump(), &scenario, &error ) )
@@ -589,7 +577,7 @@ public:
       std::printf(
           "seed %llu: %zu steps, %u answers (%u of them 2), %u verified, %u orphaned "
           "entries\n",
-          ( unsigned long long )seed_, replay_.steps.size(), stats_.answers, stats_.full,
+          ( unsigned long long )seed_, replay_.steps, stats_.answers, stats_.full,
           stats_.verified, stats_.orphans );
       if ( !problem.empty() ) {
          ADD_FAILURE() << problem << "\n" << replay_.text();
@@ -607,9 +595,9 @@ private:
    }
 
    std::string playStep( json const& stepJson ) {
-      std::size_t const index = replay_.steps.size();
+      std::size_t const index = replay_.steps;
       std::string const text = stepJson.dump();
-      replay_.steps.push_back( text );
+      replay_.stepAppend( text );
       headerIs( index );
       natsim::Step step;
       natsim::ScenarioError error;
@@ -940,8 +928,8 @@ private:
             continue;
          }
          json const step = { { "verify", w.first } };
-         replay_.steps.push_back( step.dump() );
-         headerIs( replay_.steps.size() - 1 );
+         replay_.stepAppend( step.dump() );
+         headerIs( replay_.steps - 1 );
          json const result = sim_->playOne( natsim::VerifyStep{ w.first } );
          ++stats_.verified;
          if ( !result["problems"].empty() ) {

@@ -123,6 +123,20 @@ std::map<std::string, int> hwKeyCounts( std::string const& output ) {
    return counts;
 }
 
+// Every object of `after` written once, and every object of `before` there, except
+// those of the key `gone` (the text of a removed key, or empty).
+void expectEachOnceNoneLost( std::map<std::string, int> const& before,
+                             std::map<std::string, int> const& after,
+                             std::string const& gone = "" ) {
+   for ( auto const& object : after ) {
+      EXPECT_EQ( object.second, 1 ) << "written twice: " << object.first;
+   }
+   for ( auto const& object : before ) {
+      bool const removed = !gone.empty() && object.first.rfind( gone, 0 ) == 0;
+      EXPECT_EQ( after.count( object.first ), removed ? 0u : 1u ) << object.first;
+   }
+}
+
 Oro::NatHwData dataOn( std::vector<U16> vlans, U64 nextHop = 5 ) {
    Oro::NatHwData data( 0, {}, 0, nextHop, false, 0, false, true );
    for ( U16 vlan : vlans ) {
@@ -500,14 +514,7 @@ TEST_F( NatShowCommand, RowsComingAndGoingWithoutRehashNeitherRepeatNorLoseOther
    ASSERT_EQ( table()->bucketCount(), buckets ) << "no rehash in this test";
 
    out += hand.finish();
-   std::map<std::string, int> const after = hwKeyCounts( out );
-   for ( auto const& object : after ) {
-      EXPECT_EQ( object.second, 1 ) << object.first;
-   }
-   for ( auto const& object : before ) {
-      bool const gone = object.first.rfind( keys[removed].stringValue(), 0 ) == 0;
-      EXPECT_EQ( after.count( object.first ), gone ? 0u : 1u ) << object.first;
-   }
+   expectEachOnceNoneLost( before, hwKeyCounts( out ), keys[removed].stringValue() );
 }
 
 TEST_F( NatShowCommand, RehashesBetweenSlicesNeitherRepeatNorLoseRows ) {
@@ -534,13 +541,7 @@ TEST_F( NatShowCommand, RehashesBetweenSlicesNeitherRepeatNorLoseRows ) {
    }
    out += hand.finish();
 
-   std::map<std::string, int> const after = hwKeyCounts( out );
-   for ( auto const& object : after ) {
-      EXPECT_EQ( object.second, 1 ) << "written twice: " << object.first;
-   }
-   for ( auto const& object : before ) {
-      EXPECT_EQ( after.count( object.first ), 1u ) << "lost: " << object.first;
-   }
+   expectEachOnceNoneLost( before, hwKeyCounts( out ) );
 }
 
 TEST_F( NatShowCommand, ATableRebuiltBetweenSlicesNeitherRepeatsNorLosesRows ) {
@@ -586,10 +587,7 @@ TEST_F( NatShowCommand, ATableRebuiltBetweenSlicesNeitherRepeatsNorLosesRows ) {
 
    std::map<std::string, int> const after = hwKeyCounts( out );
    EXPECT_EQ( after.size(), before.size() );
-   for ( auto const& object : after ) {
-      EXPECT_EQ( object.second, 1 ) << object.first;
-      EXPECT_EQ( before.count( object.first ), 1u ) << object.first;
-   }
+   expectEachOnceNoneLost( before, after );
 }
 
 TEST_F( NatShowCommand, ABookmarkSetFromOutsideResumesAfterIt ) {
@@ -641,7 +639,21 @@ TEST_F( NatShowCommand, TheQuantumIsZeroOnlyOnASimulatedChipWithoutTheChipSimula
    }
 }
 
-TEST_F( NatShowCommand, UnknownCommandsGetNoRequestAndNoOutput ) {
+TEST_F( NatShowCommand, OnlyTheCommandOfAPlugInWithARootGetsARequest ) {
+   Agent::AgentCommandRequest request;
+   request.command = showCommand;
+   // No mounter at all.
+   ASSERT_EQ( Corvane::NatMounter::natMounter(), nullptr );
+   EXPECT_FALSE( callback->createAgentAsyncCommandRequestSm( request ) );
+   EXPECT_TRUE( traced( "invalid natMounter" ) );
+   // A chip without NAT: the mounter makes no root.
+   chip.natSupported = false;
+   start();
+   EXPECT_FALSE( callback->createAgentAsyncCommandRequestSm( request ) );
+   EXPECT_TRUE( traced( "invalid rootSm" ) );
+
+   NatFixture::TearDown();  // the platform only: the trace capture stays
+   chip.natSupported = true;
    start();
    rules( 1, 2 );
    Run run = show( "ShowCorvaneNat" );
@@ -651,21 +663,16 @@ TEST_F( NatShowCommand, UnknownCommandsGetNoRequestAndNoOutput ) {
    EXPECT_TRUE( traced( "Unknown Command!" ) );
    // The command only has to contain the name.
    EXPECT_EQ( objects( show( "agent ShowCorvaneNatSlice json" ).output ).size(), 2u );
-}
 
-TEST_F( NatShowCommand, NoMounterOrNoRootGetsNoRequest ) {
-   // No mounter at all.
-   ASSERT_EQ( Corvane::NatMounter::natMounter(), nullptr );
-   Agent::AgentCommandRequest request;
-   request.command = showCommand;
-   EXPECT_FALSE( callback->createAgentAsyncCommandRequestSm( request ) );
-   EXPECT_TRUE( traced( "invalid natMounter" ) );
-
-   // A chip without NAT: the mounter makes no root.
-   chip.natSupported = false;
-   start();
-   EXPECT_FALSE( callback->createAgentAsyncCommandRequestSm( request ) );
-   EXPECT_TRUE( traced( "invalid rootSm" ) );
+   // The callback as the agent creates it, by its type name.
+   auto created = Fwk::ptr_cast<Agent::AgentCommandCallback>(
+       Agent::entityFromType( "Corvane::NatCliCallback", "natCli" ) );
+   ASSERT_TRUE( created );
+   EXPECT_EQ( created->name(), "natCli" );
+   callback = Fwk::ptr_cast<Corvane::NatCliCallback>( created );
+   ASSERT_TRUE( callback );
+   EXPECT_EQ( objects( show().output ).size(), 2u );
+   EXPECT_TRUE( traced( "handleInitialized initialized:true" ) );
 }
 
 TEST_F( NatShowCommand, MoreThanOneWorkerStopsTheProcess ) {
@@ -675,19 +682,6 @@ TEST_F( NatShowCommand, MoreThanOneWorkerStopsTheProcess ) {
    request.command = showCommand;
    EXPECT_DEATH( callback->createAgentAsyncCommandRequestSm( request ),
                  "rootSm->natWorkerSms\\(\\) == 1" );
-}
-
-TEST_F( NatShowCommand, TheCallbackIsCreatedByItsTypeName ) {
-   start();
-   rules( 1, 1 );
-   auto created = Fwk::ptr_cast<Agent::AgentCommandCallback>(
-       Agent::entityFromType( "Corvane::NatCliCallback", "natCli" ) );
-   ASSERT_TRUE( created );
-   EXPECT_EQ( created->name(), "natCli" );
-   callback = Fwk::ptr_cast<Corvane::NatCliCallback>( created );
-   ASSERT_TRUE( callback );
-   EXPECT_EQ( objects( show().output ).size(), 1u );
-   EXPECT_TRUE( traced( "handleInitialized initialized:true" ) );
 }
 
 TEST( NatShowBoundedCopy, CopiesUpToItsBoundAndStopsBeyond ) {

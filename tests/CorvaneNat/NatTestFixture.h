@@ -17,6 +17,9 @@
 
 namespace NatTest {
 
+// Journal lines, trace lines, texts.
+using Lines = std::vector<std::string>;
+
 inline Wirel::IpAndPort ipPort( char const* text, U16 port = 0 ) {
    Wirel::IpAddr ip;
    EXPECT_TRUE( Wirel::IpAddr::fromString( text, ip ) ) << text;

@@ -45,6 +45,7 @@ std::string const trapScenario = R"({
   "chip": {"modules": {"1": 1}},
   "steps": [
     {"trapAcl": {"name": "inside", "vlan": 10, "implicitDeny": true, "rules": [
+       {"seq": 5, "permit": false, "src": "10.9.0.0/16"},
        {"seq": 10, "permit": true, "src": "10.0.0.0/8", "dst": "0.0.0.0/0"},
        {"seq": 20, "permit": true, "src": "0.0.0.0/0", "dst": "203.0.113.0/24",
         "pool": true}]}},
@@ -60,13 +61,18 @@ std::string const trapScenario = R"({
     {"packet": {"src": "192.0.2.10", "dst": "203.0.113.5", "sport": 443, "dport": 40000,
                 "emHit": true, "tcp": ["ACK"]}},
     {"packet": {"src": "192.0.2.10", "dst": "203.0.113.5", "sport": 443, "dport": 40000}},
-    {"packet": {"src": "172.16.0.1", "dst": "192.0.2.10", "emHit": true}}
+    {"packet": {"src": "172.16.0.1", "dst": "192.0.2.10", "emHit": true}},
+    {"packet": {"src": "10.1.2.3", "dst": "192.0.2.10", "emHit": true, "srcClass": 8}},
+    {"packet": {"src": "10.9.0.1", "dst": "192.0.2.10", "proto": 17, "emHit": true}},
+    {"packet": {"src": "172.16.0.1", "dst": "192.0.2.10", "proto": 17}},
+    {"packet": {"src": "172.16.0.1", "dst": "203.0.113.7", "proto": 17, "emHit": true}},
+    {"packet": {"src": "192.0.2.10", "dst": "203.0.113.5", "emHit": true, "tcp": ["SYN"]}}
   ]})";
 
 TEST( TrapPackets, FirstPacketsGoToTheCpuTranslatedFlowsSkipItTcpControlReachesIt ) {
    Json const result = play( trapScenario );
    Json const& packets = result["packets"];
-   ASSERT_EQ( packets.size(), 8u ) << result.dump( 2 );
+   ASSERT_EQ( packets.size(), 13u ) << result.dump( 2 );
 
    // The first packet of a permitted flow: no exact-match hit yet, so the CPU sets the
    // flow up.
@@ -101,6 +107,20 @@ TEST( TrapPackets, FirstPacketsGoToTheCpuTranslatedFlowsSkipItTcpControlReachesI
    EXPECT_EQ( packets[7]["description"], "NAT acl:   EM_HIT Implicit deny =>" );
    EXPECT_TRUE( hasAction( packets[7], "bcmFieldActionAssignExtractionCtrlId" ) );
    EXPECT_FALSE( toCpu( packets[7] ) );
+
+   // A packet the VFP stage dropped meets no NAT entry; the earlier rule wins; without
+   // a hit, what no rule matches meets nothing.
+   EXPECT_EQ( packets[8]["entry"], 0 );
+   EXPECT_EQ( packets[9]["description"],
+              "NAT acl:   EM_HIT src=10.9.0.0/16 deny => SkipNat" );
+   EXPECT_EQ( packets[10]["entry"], 0 );
+   // Towards the pool, translated data that is not TCP skips the CPU; a TCP control
+   // packet reaches it.
+   EXPECT_EQ( packets[11]["description"],
+              "NAT pool:  EM_HIT dst=203.0.113.0/24 IP => Skip CPU" );
+   EXPECT_EQ( packets[12]["description"],
+              "NAT pool:  EM_HIT dst=203.0.113.0/24 TCP_CTRL => CPU" );
+   EXPECT_TRUE( toCpu( packets[12] ) );
 }
 
 }  // namespace

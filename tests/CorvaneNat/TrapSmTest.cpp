@@ -1,6 +1,6 @@
 // The NAT trap filters on the simulated platform: which entries an ACL gets and in which
-// order, what each holds, how entries are given back, running out of TCAM room, and what
-// packets meet in the chip.
+// order, what each holds, how entries are given back and running out of TCAM room (what
+// packets meet: TrapPacketTest.cpp).
 
 #include <gtest/gtest.h>
 
@@ -155,13 +155,6 @@ protected:
       Chip::FpEntry const* entry = fp().entry( entryId );
       return entry ? recipe( *entry ) : "no entry";
    }
-   // The description of the entry a packet to this station meets first, or "none".
-   std::string hit( Chip::Packet packet ) {
-      packet.myStationHit = true;
-      U32 const id = platform->chip().lookup( 1, natsim::natGroup, packet, 1 );
-      return id ? fp().entry( id )->description() : "none";
-   }
-
    natsim::ChipConfig chip;
    std::unique_ptr<natsim::SimPlatform> platform;
    TrapSm::Ptr trapSm;
@@ -418,81 +411,6 @@ TEST_F( TrapSmTest, ZeroIdInARowIsWarnedInFreeEntryAndFatalInDelete ) {
    EXPECT_TRUE( trapSm->tcamEntryHas( keyA ) ) << "the row stays";
    EXPECT_TRUE( logs.empty() );
    EXPECT_DEATH( trapSm->deleteTrapRule( keyA ), "entryId" );
-}
-
-TEST_F( TrapSmTest, PacketsMeetTheEntryForTheirCase ) {
-   start();
-   publish( acl( keyA,
-                 { deny( net( "10.9.0.0", 16 ), {} ), permit( net( "10.0.0.0", 8 ), {} ),
-                   pool( net( "1.1.1.0", 24 ) ) },
-                 true ) );
-   Chip::Packet flow{ ip( "10.1.1.1" ), ip( "8.8.8.8" ), 6 };
-   // The first packet of a permitted flow goes to the CPU; later ones to NAT, except
-   // TCP control packets.
-   EXPECT_EQ( hit( flow ), "NAT acl:  !EM_HIT src=10.0.0.0/8 IP => CPU" );
-   flow.exactMatchHit = true;
-   EXPECT_EQ( hit( flow ), "NAT acl:   EM_HIT src=10.0.0.0/8 IP => Nat" );
-   flow.tcpFlags = Chip::tcpSyn | 0x10;
-   EXPECT_EQ( hit( flow ), "NAT acl:   EM_HIT src=10.0.0.0/8 SYN => CPU" );
-   flow.tcpFlags = Chip::tcpFin | 0x10;
-   EXPECT_EQ( hit( flow ), "NAT acl:   EM_HIT src=10.0.0.0/8 FIN => CPU" );
-   flow.tcpFlags = Chip::tcpRst;
-   EXPECT_EQ( hit( flow ), "NAT acl:   EM_HIT src=10.0.0.0/8 RST => CPU" );
-   flow.srcClass = 8;
-   EXPECT_EQ( hit( flow ), "none" ) << "dropped by the VFP stage";
-
-   // The earlier rule wins; what no rule matches meets the implicit deny.
-   Chip::Packet other{ ip( "10.9.0.1" ), 0, 17 };
-   other.exactMatchHit = true;
-   EXPECT_EQ( hit( other ), "NAT acl:   EM_HIT src=10.9.0.0/16 deny => SkipNat" );
-   other.src = ip( "20.0.0.1" );
-   EXPECT_EQ( hit( other ), "NAT acl:   EM_HIT Implicit deny =>" );
-   other.exactMatchHit = false;
-   EXPECT_EQ( hit( other ), "none" );
-
-   other.dst = ip( "1.1.1.7" );
-   EXPECT_EQ( hit( other ), "NAT pool: !EM_HIT dst=1.1.1.0/24 IP => CPU" );
-   other.exactMatchHit = true;
-   EXPECT_EQ( hit( other ), "NAT pool:  EM_HIT dst=1.1.1.0/24 IP => Skip CPU" );
-   other.protocol = 6;
-   EXPECT_EQ( hit( other ), "NAT pool:  EM_HIT dst=1.1.1.0/24 TCP_DATA => Skip CPU" );
-   other.tcpFlags = Chip::tcpSyn;
-   EXPECT_EQ( hit( other ), "NAT pool:  EM_HIT dst=1.1.1.0/24 TCP_CTRL => CPU" );
-}
-
-TEST( TrapSmValues, TcpControlTextForms ) {
-   TcpControl parsed;
-   for ( TcpControl value :
-         { TcpControl( TcpControl::none ), TcpControl( TcpControl::FIN ),
-           TcpControl( TcpControl::SYN ), TcpControl( TcpControl::RST ),
-           TcpControl( 8u ) } ) {
-      std::ostringstream os;
-      os << value;
-      EXPECT_TRUE( TcpControl::fromString( os.str(), parsed ) ) << os.str();
-      EXPECT_EQ( parsed, value );
-   }
-   EXPECT_EQ( TcpControl( TcpControl::SYN ).stringValue(), "SYN" );
-   EXPECT_EQ( TcpControl( 8u ).stringValue(), "8" );
-   for ( char const* bad : { "", "syn", "SYN ", "-1", "4294967296", "x1" } ) {
-      EXPECT_FALSE( TcpControl::fromString( bad, parsed ) ) << bad;
-   }
-}
-
-TEST( TrapSmValues, TcamEntryTextEqualityAndNoParsing ) {
-   TrapSm::TcamEntry row( Oro::NatTrapKey( "acl1", 7 ) );
-   row.entryIdIs( 12 );
-   std::ostringstream os;
-   os << row;
-   EXPECT_EQ(
-       os.str(),
-       "Value('CorvaneNat::TrapSm::TcamEntry', ** {'key': aclName: acl1, vlanId: 7, "
-       "'entryId': None})" );
-   TrapSm::TcamEntry same( row.key() );
-   EXPECT_NE( row, same );
-   same.entryIdIs( 12 );
-   EXPECT_EQ( row, same );
-   EXPECT_DEATH( TrapSm::TcamEntry::fromStrep( os.str() ),
-                 "No String constructor for TcamEntry - has collection" );
 }
 
 }  // namespace

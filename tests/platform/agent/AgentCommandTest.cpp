@@ -1,5 +1,6 @@
-// The command framework: slices, yielding by time and by buffer, resumption from the
-// loop, and the output that reaches the requester's descriptor.
+// The command framework: slices that yield by time, resumption from the loop with other
+// work in between, and the output that reaches the requester's descriptor. (Yielding by
+// buffer and unknown commands: tests/CorvaneNat/NatShowCommandTest.cpp.)
 
 #include <gtest/gtest.h>
 
@@ -106,28 +107,6 @@ TEST_F( AgentCommandTest, AZeroQuantumYieldsAfterEveryRowAndOtherWorkRunsBetween
    EXPECT_EQ( sm->slices(), 3u );
    EXPECT_EQ( readBack(), "[0;][1;][2;]" );
    EXPECT_EQ( sm->timeYieldCount(), 2u );
-}
-
-TEST_F( AgentCommandTest, AFullBufferIsWrittenOutAndYields ) {
-   Callback callback( clock, 1000.0, 0.0 );
-   Agent::AgentCommandRequest request{ "count 12", fileno( file ), "json" };
-   auto sm = callback.createAgentAsyncCommandRequestSm( request );
-   sm->maxBufferSizeIs( 8 );
-   sm->initializedIs( true );
-   scope.manager().runUntilIdle();
-   EXPECT_TRUE( sm->executionCompleted() );
-   EXPECT_GT( sm->bufferYieldCount(), 0u );
-   EXPECT_EQ( sm->timeYieldCount(), 0u );
-   std::string out = readBack();
-   for ( int i = 0; i < 12; ++i ) {
-      EXPECT_NE( out.find( std::to_string( i ) + ";" ), std::string::npos ) << i;
-   }
-}
-
-TEST_F( AgentCommandTest, AnUnknownCommandHasNoRequest ) {
-   Callback callback( clock, 0.05, 0.0 );
-   EXPECT_FALSE(
-       Agent::runAgentCommand( callback, { "other", fileno( file ), "json" } ) );
 }
 
 }  // namespace

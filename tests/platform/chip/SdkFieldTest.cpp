@@ -1,5 +1,7 @@
-// Field-processor calls of the SDK shim as the plug-in makes them: what the chip holds
-// afterwards, what reads back, the return codes, and the journal's records.
+// Field-processor calls of the SDK shim: what reads back, the return codes of bad
+// requests, and switching the journal off. (The journal lines of each call, and the
+// actions an entry holds through reprogramming, are checked where the plug-in makes
+// them: tests/CorvaneNat/NatProgramTest.cpp, NatCommitTest.cpp, TrapSmTest.cpp.)
 
 #include <gmock/gmock.h>
 
@@ -70,60 +72,6 @@ TEST_F( SdkFieldTest, BadUnitEntryOrIdChangesNothing ) {
               s.BCM_E_NOT_FOUND );
    EXPECT_TRUE( entry( id ).qualifiers().empty() );
    EXPECT_TRUE( entry( id ).actions().empty() );
-}
-
-TEST_F( SdkFieldTest, ActionsKeepTheirOrderUntilRemoved ) {
-   Shim::Sdk& s = *Shim::sdk_;
-   U32 id = newEntry();
-   s.bcm_field_action_add( 1, id, s.bcmFieldActionCopyToCpu, 0, 0 );
-   s.bcm_field_action_add( 1, id, s.bcmFieldActionDrop, 0, 0 );
-   s.bcm_field_action_add( 1, id, s.bcmFieldActionCosQCpuNew, 6, 0 );
-   using Chip::Action;
-   EXPECT_THAT( entry( id ).actions(),
-                ElementsAre( Chip::ActionRecord{ Action::CopyToCpu, 0, 0 },
-                             Chip::ActionRecord{ Action::Drop, 0, 0 },
-                             Chip::ActionRecord{ Action::CosQCpuNew, 6, 0 } ) );
-   EXPECT_EQ( s.bcm_field_action_remove_all( 1, id ), s.BCM_E_NONE );
-   s.bcm_field_action_add( 1, id, s.bcmFieldActionL3Switch, 100005, 0 );
-   EXPECT_THAT( entry( id ).actions(),
-                ElementsAre( Chip::ActionRecord{ Action::L3Switch, 100005, 0 } ) );
-}
-
-TEST_F( SdkFieldTest, JournalNamesCallsAndArguments ) {
-   Shim::Sdk& s = *Shim::sdk_;
-   U32 id = newEntry();
-   s.bcm_field_qualify_MyStationHit( 1, id, 1, 1 );
-   s.bcm_field_qualify_SrcIp( 1, id, 0x0a000001, -1 );
-   s.bcm_field_qualify_L4DstPort( 1, id, 80, -1 );
-   s.bcm_field_qualify_L3Ingress( 1, id, 10, -1 );
-   s.bcm_field_qualify_IpFrag( 1, id, s.bcmFieldIpFragNotFirst );
-   s.bcm_field_qualify_ExactMatch( 1, id, 0, s.bcmFieldQualifyExactMatchHitStatus, 1,
-                                   0x1 );
-   s.bcm_field_action_add( 1, id, s.bcmFieldActionAssignOpaqueObject1, 7, 0 );
-   s.bcm_field_action_add( 1, id, 1, 0, 0 );
-   U32 data, mask;
-   s.bcm_field_qualify_DstIp_get( 1, id, &data, &mask );
-   s.bcm_field_action_remove_all( 1, id );
-   std::string e = " unit=1 entry=" + std::to_string( id ) + " ";
-   EXPECT_THAT(
-       journalText(),
-       ElementsAre( "bcm_field_qualify_MyStationHit" + e + "[1, 1] rc=0",
-                    "bcm_field_qualify_SrcIp" + e + "[167772161, 4294967295] rc=0",
-                    "bcm_field_qualify_L4DstPort" + e + "[80, 65535] rc=0",
-                    "bcm_field_qualify_L3Ingress" + e + "[10, 4294967295] rc=0",
-                    "bcm_field_qualify_IpFrag" + e + "[\"bcmFieldIpFragNotFirst\"] rc=0",
-                    "bcm_field_qualify_ExactMatch" + e +
-                        "[0, \"bcmFieldQualifyExactMatchHitStatus\", 1, 1] rc=0",
-                    "bcm_field_action_add" + e +
-                        "[\"bcmFieldActionAssignOpaqueObject1\", 7, 0] rc=0",
-                    "bcm_field_action_add" + e + "[1, 0, 0] rc=-104",
-                    "bcm_field_qualify_DstIp_get" + e + "[] rc=-107",
-                    "bcm_field_action_remove_all" + e + "[] rc=0" ) );
-   // The chip reports each qualifier with the arguments that set it.
-   EXPECT_EQ( Chip::json( entry( id ).qualifierArgs( Qualifier::IpFrag ) ),
-              "[\"bcmFieldIpFragNotFirst\"]" );
-   EXPECT_EQ( Chip::json( entry( id ).qualifierArgs( Qualifier::ExactMatch ) ),
-              "[0, \"bcmFieldQualifyExactMatchHitStatus\", 1, 1]" );
 }
 
 TEST_F( SdkFieldTest, JournalSwitchesOffAndSlices ) {

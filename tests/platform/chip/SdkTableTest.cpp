@@ -1,6 +1,7 @@
-// Memories, the translation-type register and switch controls through the SDK shim:
-// read-modify-write cycles as the plug-in runs them, what the chip then reports, the
-// journal's records, and the codes of bad requests.
+// Memories and the translation-type register through the SDK shim: the journal's
+// records of a read-modify-write cycle, the register's unnamed bits, and the codes of
+// bad requests. (What the chip holds after the plug-in's cycles, and switch controls:
+// tests/CorvaneNat/NatChipConfigTest.cpp and tests/tools/natsim/FaultsTest.cpp.)
 
 #include <gmock/gmock.h>
 
@@ -29,42 +30,6 @@ protected:
       return s.soc_mem_write( 1, s.L4_PORT_XLATEm, s.MEM_BLOCK_ALL, row, entry.data() );
    }
 };
-
-TEST_F( SdkTableTest, ReadModifyWriteKeepsFieldsNotSet ) {
-   Shim::Sdk& s = *Shim::sdk_;
-   U32 const mode = table( TableId::L4PortXlate ).field( 30, "L4_PORT_MODE" );
-   ASSERT_NE( mode, 0u );
-   ASSERT_EQ( enableL4PortTranslation( 30 ), s.BCM_E_NONE );
-   EXPECT_EQ( table( TableId::L4PortXlate ).field( 30, "XLATE_ENABLE" ), 3u );
-   EXPECT_EQ( table( TableId::L4PortXlate ).field( 30, "L4_PORT_MODE" ), mode );
-
-   Shim::opaque_strength_a_entry_t a = {};
-   s.soc_mem_read( 1, s.OPAQUE_STRENGTH_Am, s.MEM_BLOCK_ANY, 7, &a );
-   U32 const classStrength =
-       s.soc_mem_field32_get( 1, s.OPAQUE_STRENGTH_Am, &a, s.CLASS_STRENGTHf );
-   ASSERT_NE( classStrength, 0u );
-   s.soc_mem_field32_set( 1, s.OPAQUE_STRENGTH_Am, &a, s.OPAQUE1_STRENGTHf, 6 );
-   s.soc_mem_field32_set( 1, s.OPAQUE_STRENGTH_Am, &a, s.OPAQUE2_STRENGTHf, 6 );
-   s.soc_mem_write( 1, s.OPAQUE_STRENGTH_Am, s.MEM_BLOCK_ALL, 7, &a );
-   EXPECT_EQ( table( TableId::OpaqueStrengthA ).field( 7, "CLASS_STRENGTH" ),
-              classStrength );
-
-   // A buffer written without reading the row first loses them: they are really there.
-   Shim::opaque_strength_b_entry_t b = {};
-   s.soc_mem_field32_set( 1, s.OPAQUE_STRENGTH_Bm, &b, s.OPAQUE_STRENGTHf, 7 );
-   s.soc_mem_write( 1, s.OPAQUE_STRENGTH_Bm, s.MEM_BLOCK_ALL, 0, &b );
-   EXPECT_EQ( table( TableId::OpaqueStrengthB ).field( 0, "L3_STRENGTH" ), 0u );
-   EXPECT_NE( table( TableId::OpaqueStrengthB ).field( 1, "L3_STRENGTH" ), 0u );
-}
-
-TEST_F( SdkTableTest, ChipReportsRowsWrittenWithTheirNamedFields ) {
-   enableL4PortTranslation( 41 );
-   enableL4PortTranslation( 18 );
-   Chip::Table const& l4 = table( TableId::L4PortXlate );
-   EXPECT_THAT( l4.rowsWritten(), ElementsAre( 18u, 41u ) );
-   EXPECT_EQ( l4.reportedFields( 41 ), ( FieldValues{ { "XLATE_ENABLE", 3 } } ) );
-   EXPECT_TRUE( table( TableId::OpaqueStrengthA ).rowsWritten().empty() );
-}
 
 TEST_F( SdkTableTest, JournalNamesMemoriesBlocksAndWrittenFields ) {
    Shim::Sdk& s = *Shim::sdk_;
@@ -154,23 +119,6 @@ TEST_F( SdkTableTest, BadRegisterRequestsAreRefused ) {
    EXPECT_TRUE( table( TableId::McastXlateTypes ).rowsWritten().empty() );
    EXPECT_EQ( Chip::journal().record( 0 ).stringValue(),
               "soc_reg32_get unit=1 [\"MCAST_XLATE_TYPES\", 3, 0] rc=-118" );
-}
-
-TEST_F( SdkTableTest, SwitchControlAndChipFamily ) {
-   Shim::Sdk& s = *Shim::sdk_;
-   EXPECT_EQ( s.bcm_switch_control_set( 1, s.bcmSwitchL3EgressMode, 1 ), s.BCM_E_NONE );
-   EXPECT_EQ( chip->unit( 1 )->switchControls().at( Chip::SwitchControl::L3EgressMode ),
-              1 );
-   EXPECT_EQ( s.bcm_switch_control_set( 1, s.bcmSwitchL3EgressMode + 1, 1 ),
-              s.BCM_E_UNAVAIL );
-   EXPECT_EQ( s.l3EgressModeTolerableRc, s.BCM_E_UNAVAIL );
-   EXPECT_EQ( Chip::journal().record( 0 ).stringValue(),
-              "bcm_switch_control_set unit=1 [\"bcmSwitchL3EgressMode\", 1] rc=0" );
-
-   EXPECT_FALSE( s.natChipFamilyTest( 1 ) );
-   chip->unit( 1 )->natChipFamilyIs( true );
-   EXPECT_TRUE( s.natChipFamilyTest( 1 ) );
-   EXPECT_FALSE( s.natChipFamilyTest( 2 ) );
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
-// The agent-shared state, multicast translation mode, trap ACLs and hit counts: what
-// they hold, their keys, and the changes their reactors receive from the event loop.
+// The NAT entities where they do more than hold what they are given: the multicast
+// translation list, trap ACL rules in sequence order, and the trap and hit-count keys.
+// What every table and directory holds and announces is seen through the plug-in's
+// tests, which publish and read them as upstream, agent and plug-in do.
 
 #include <gtest/gtest.h>
 
@@ -8,21 +10,16 @@
 #include <vector>
 
 #include "platform/fwk/ActivityManager.h"
-#include "platform/nat/CorvaneCommonSmData.h"
 #include "platform/nat/McastTranslationMode.h"
 #include "platform/nat/NatTrapConfig.h"
 #include "platform/nat/TcamHitCountStatus.h"
 
 namespace {
 
-using Corvane::ChipInfo;
-using Corvane::CorvaneCommonSmData;
 using CorvaneNat::TcamHitCountKey;
-using CorvaneNat::TcamHitCountStatus;
 using Ip::Nat::McastTranslationMode;
 using Ip::Nat::McastTranslationType;
 using Oro::NatTrapAcl;
-using Oro::NatTrapConfig;
 using Oro::NatTrapKey;
 using Oro::NatTrapRule;
 using Wirel::IpAddr;
@@ -81,92 +78,6 @@ protected:
    Fwk::ActivityManager& loop = scope.manager();
    Log log;
 };
-
-TEST_F( NatEntitiesTest, EntitiesAnnounceWritesAndRemovalsWithAttributeAndKey ) {
-   CorvaneCommonSmData::Ptr common( new CorvaneCommonSmData( "common" ) );
-   McastTranslationMode::Ptr mode( new McastTranslationMode( "mode" ) );
-   NatTrapConfig::Ptr traps( new NatTrapConfig( "traps" ) );
-   TcamHitCountStatus::Ptr hits( new TcamHitCountStatus( "hits" ) );
-   Recorder<CorvaneCommonSmData, U16, Corvane::TcamFlashDownloadReq> r1( common, &log );
-   Recorder<McastTranslationMode, U32> r2( mode, &log );
-   Recorder<NatTrapConfig, NatTrapKey> r3( traps, &log );
-   Recorder<TcamHitCountStatus, TcamHitCountKey> r4( hits, &log );
-
-   NatTrapKey const inside( "inside", 10 );
-   NatTrapAcl acl( inside );
-   acl.ruleBySequenceIs( 10, NatTrapRule( true, prefix( 0x0a000000, 8 ), {} ) );
-
-   common->modIdToUnitIs( 5, 1 );
-   common->flashDownloadWaitIs( Corvane::tcamFlashDownloadReqL3Status, false );
-   common->hitlessRestartIs( true );
-   common->chipIs( 1, ChipInfo{ "Chip1" } );
-   mode->numTranslationTypesIs( 1 );
-   mode->translationTypeIs( 0, Ip::Nat::mcastXlateGroup );
-   traps->trapAclIs( acl );
-   hits->entryIs( hitKey( 1024 ), 17 );
-   EXPECT_TRUE( log.empty() ) << "changes are delivered from the loop";
-   loop.runUntilIdle();
-   EXPECT_EQ( log,
-              ( Log{ change( "common", CorvaneCommonSmData::attrModIdToUnit, "5" ),
-                     change( "common", CorvaneCommonSmData::attrFlashDownloadWait, "3" ),
-                     change( "common", CorvaneCommonSmData::attrHitlessRestart, "-" ),
-                     change( "common", CorvaneCommonSmData::attrChip, "1" ),
-                     change( "mode", McastTranslationMode::attrNumTranslationTypes, "-" ),
-                     change( "mode", McastTranslationMode::attrTranslationType, "0" ),
-                     change( "traps", NatTrapConfig::attrTrapAcl, text( inside ) ),
-                     change( "hits", TcamHitCountStatus::attrEntry,
-                             text( hitKey( 1024 ) ) ) } ) );
-
-   // What the entities hold.
-   ASSERT_TRUE( common->modIdToUnit( 5 ) );
-   EXPECT_EQ( *common->modIdToUnit( 5 ), 1 );
-   EXPECT_EQ( common->modIdToUnit( 6 ), nullptr );
-   ASSERT_TRUE( common->flashDownloadWait( Corvane::tcamFlashDownloadReqL3Status ) );
-   EXPECT_FALSE( *common->flashDownloadWait( Corvane::tcamFlashDownloadReqL3Status ) );
-   EXPECT_EQ( common->flashDownloadWait( Corvane::tcamFlashDownloadReqAcl ), nullptr );
-   EXPECT_TRUE( common->hitlessRestart() );
-   ASSERT_TRUE( common->chip( 1 ) );
-   EXPECT_EQ( common->chip( 1 )->name, "Chip1" );
-   ASSERT_TRUE( traps->trapAcl( inside ) );
-   EXPECT_EQ( *traps->trapAcl( inside ), acl );
-   EXPECT_EQ( traps->trapAcl( NatTrapKey( "inside", 11 ) ), nullptr );
-   ASSERT_TRUE( hits->entry( hitKey( 1024 ) ) );
-   EXPECT_EQ( *hits->entry( hitKey( 1024 ) ), 17u );
-   EXPECT_FALSE( hits->entryHas( hitKey( 1025 ) ) );
-
-   // Replacing announces again; removing an absent key announces nothing.
-   log.clear();
-   common->modIdToUnitIs( 5, 2 );
-   common->flashDownloadWaitIs( Corvane::tcamFlashDownloadReqL3Status, true );
-   hits->entryIs( hitKey( 1024 ), 40 );
-   EXPECT_FALSE( common->modIdToUnitDel( 6 ) );
-   EXPECT_FALSE( common->chipDel( 2 ) );
-   EXPECT_FALSE( traps->trapAclDel( NatTrapKey( "outside", 10 ) ) );
-   EXPECT_FALSE( hits->entryDel( hitKey( 1 ) ) );
-   EXPECT_FALSE( mode->translationTypeDel( 1 ) );
-   EXPECT_TRUE( common->modIdToUnitDel( 5 ) );
-   EXPECT_TRUE( common->flashDownloadWaitDel( Corvane::tcamFlashDownloadReqL3Status ) );
-   EXPECT_TRUE( common->chipDel( 1 ) );
-   EXPECT_TRUE( mode->translationTypeDel( 0 ) );
-   EXPECT_TRUE( traps->trapAclDel( inside ) );
-   EXPECT_TRUE( hits->entryDel( hitKey( 1024 ) ) );
-   loop.runUntilIdle();
-   EXPECT_EQ(
-       log,
-       ( Log{
-           change( "common", CorvaneCommonSmData::attrModIdToUnit, "5" ),
-           change( "common", CorvaneCommonSmData::attrFlashDownloadWait, "3" ),
-           change( "hits", TcamHitCountStatus::attrEntry, text( hitKey( 1024 ) ) ),
-           change( "common", CorvaneCommonSmData::attrModIdToUnit, "5" ),
-           change( "common", CorvaneCommonSmData::attrFlashDownloadWait, "3" ),
-           change( "common", CorvaneCommonSmData::attrChip, "1" ),
-           change( "mode", McastTranslationMode::attrTranslationType, "0" ),
-           change( "traps", NatTrapConfig::attrTrapAcl, text( inside ) ),
-           change( "hits", TcamHitCountStatus::attrEntry, text( hitKey( 1024 ) ) ) } ) );
-   EXPECT_EQ( common->modIdToUnits() + common->flashDownloadWaits() + common->chips() +
-                  mode->translationTypes() + traps->trapAcls() + hits->entrys(),
-              0u );
-}
 
 TEST_F( NatEntitiesTest, TypesIsPublishesTheListAtPositionsFromZeroAndDropsTheRest ) {
    McastTranslationMode::Ptr mode( new McastTranslationMode( "mode" ) );

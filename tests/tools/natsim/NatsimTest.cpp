@@ -1,5 +1,5 @@
-// natsim as a user runs it: malformed scenarios refused with the place of the fault, and
-// a scenario played through a test plug-in with the result document it prints.
+// natsim as a user runs it: a scenario played through a test plug-in with the result
+// document it prints (malformed input: BadInputTest.cpp).
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -8,46 +8,12 @@
 
 namespace {
 
-using NatsimProcess::Outcome;
-
 using NatsimProcess::natsimRun;
+using NatsimProcess::Outcome;
 
 std::string const testPlugin = std::string( "--plugin " ) + TEST_PLUGIN_PATH +
                                " --mounter TestPlugin::Mounter --callback "
                                "TestPlugin::CliCallback";
-
-TEST( Natsim, RefusesMalformedScenariosNamingThePlace ) {
-   struct Case {
-      std::string scenario;
-      std::string expected;
-   };
-   std::string const key = R"("key": {"type": 1, "srcOld": "10.0.0.1"})";
-   std::string vlans = "[";
-   for ( int i = 1; i <= 65; ++i ) {
-      vlans += std::to_string( i ) + ( i < 65 ? "," : "]" );
-   }
-   Case const cases[] = {
-       { "{ \"steps\": [ }", "scenario.json: line 1, column 14: invalid JSON" },
-       { R"({"steps": [{"natRules": {}}]})",
-         "scenario.json: steps[0]: unknown step \"natRules\"" },
-       { R"({"steps": [{"natRule": {"uid": 1, "key": {"srcOld": "10.0.0.300"}}}]})",
-         "scenario.json: steps[0].natRule.key.srcOld: \"10.0.0.300\" is not an IPv4 "
-         "address" },
-       { R"({"steps": [{"natRule": {"uid": 1, )" + key + R"(, "data": {"vlans": )" +
-             vlans + "}}}]}",
-         "scenario.json: steps[0].natRule.data.vlans: NatVlanIdIndex::value < "
-         "NatVlanIdIndex::min or > NatVlanIdIndex::max not allowed" },
-       { R"({"steps": [{"natRule": {"uid": "one", )" + key + "}}]}",
-         "scenario.json: steps[0].natRule.uid: expected a number, got a string" },
-   };
-   for ( Case const& c : cases ) {
-      Outcome run = natsimRun( c.scenario, testPlugin );
-      EXPECT_EQ( run.status, 2 ) << c.scenario;
-      EXPECT_NE( run.err.find( "natsim: " ), std::string::npos ) << run.err;
-      EXPECT_NE( run.err.find( c.expected ), std::string::npos ) << run.err;
-      EXPECT_TRUE( run.out.empty() ) << "nothing is played";
-   }
-}
 
 TEST( Natsim, PlaysAScenarioThroughAPlugInIntoTheResultDocument ) {
    Outcome run = natsimRun( R"({

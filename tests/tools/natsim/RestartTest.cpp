@@ -373,23 +373,4 @@ TEST_P( RestartPhase, EndsWithTheRestart ) {
 
 INSTANTIATE_TEST_SUITE_P( ChipFlag, RestartPhase, ::testing::Bool() );
 
-TEST( Restart, TheStepIsAnEmptyObject ) {
-   natsim::Scenario s;
-   natsim::ScenarioError error;
-   ASSERT_TRUE( natsim::parseScenario( R"({"steps": [{"restart": {}}]})", &s, &error ) )
-       << error.what();
-   ASSERT_EQ( s.steps.size(), 1u );
-   EXPECT_TRUE( std::holds_alternative<natsim::RestartStep>( s.steps[0] ) );
-   EXPECT_STREQ( natsim::stepKindName( s.steps[0] ), "restart" );
-
-   EXPECT_FALSE( natsim::parseScenario( R"({"steps": [{"restart": {"hitless": false}}]})",
-                                        &s, &error ) );
-   EXPECT_EQ( error.what(),
-              "steps[0].restart: unknown member \"hitless\" (a restart "
-              "takes no members: {})" );
-   EXPECT_FALSE(
-       natsim::parseScenario( R"({"steps": [{"restart": true}]})", &s, &error ) );
-   EXPECT_EQ( error.what(), "steps[0].restart: expected an object, got a boolean" );
-}
-
 }  // namespace

@@ -1,6 +1,7 @@
 // Reading natsim scenarios: the values every step kind carries, the defaults of what a
 // scenario leaves out, and the path and message of each kind of fault; one step read
-// alone, as the server reads it.
+// alone, as the server reads it. (BadInputTest.cpp runs natsim on more faults, checking
+// the whole line it prints.)
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -82,7 +83,8 @@ TEST( ScenarioTest, EveryStepKindCarriesItsValues ) {
                      "myStation": false, "srcClass": 12, "count": 1000}},
          {"advance": 10.5},
          {"show": "ShowCorvaneNatSlice"},
-         {"verify": 1}
+         {"verify": 1},
+         {"restart": {}}
       ],
       "agent": "Other",
       "chip": {"natSupported": false, "modules": {"1": 1, "2": 2}, "tcamEntries": 3,
@@ -106,12 +108,12 @@ TEST( ScenarioTest, EveryStepKindCarriesItsValues ) {
    for ( natsim::Step const& step : s.steps ) {
       kinds.push_back( natsim::stepKindName( step ) );
    }
-   EXPECT_EQ( kinds,
-              ( std::vector<std::string>{
-                  "natRule", "natRuleRemove", "trapAcl", "trapAclRemove", "mcastMode",
-                  "module", "moduleRemove", "mountGroupReady", "flashDownload",
-                  "fragmentEnabled", "packet", "advance", "show", "verify" } ) );
-   ASSERT_EQ( s.steps.size(), 14u );
+   EXPECT_EQ( kinds, ( std::vector<std::string>{
+                         "natRule", "natRuleRemove", "trapAcl", "trapAclRemove",
+                         "mcastMode", "module", "moduleRemove", "mountGroupReady",
+                         "flashDownload", "fragmentEnabled", "packet", "advance", "show",
+                         "verify", "restart" } ) );
+   ASSERT_EQ( s.steps.size(), 15u );
 
    auto const& rule = std::get<natsim::NatRuleStep>( s.steps[0] );
    EXPECT_EQ( rule.uid, 4294967295u );
@@ -262,14 +264,11 @@ TEST( ScenarioTest, DocumentFaults ) {
    expectFaults( {
        { "not JSON", "{\n  \"steps\": [\n  }", "line 3, column 3",
          "invalid JSON: syntax error" },
-       { "nothing", "", "line 1, column 1", "unexpected end of input" },
        { "trailing text", "{} x", "line 1, column 4", "invalid JSON" },
        { "not an object", "[]", "", "expected an object, got an array" },
        { "unknown top member", R"({"chips": {}})", "", "unknown member \"chips\"" },
        { "unknown chip member", R"({"chip": {"tcam": 1}})", "chip",
          "unknown member \"tcam\" (known: natSupported, modules," },
-       { "steps not a list", R"({"steps": {}})", "steps",
-         "expected an array, got an object" },
        { "module id not a number", R"({"chip": {"modules": {"x": 1}}})", "chip.modules.x",
          "module id \"x\" is not a decimal number 0..65535" },
        { "module id too large", R"({"chip": {"modules": {"65536": 1}}})",
@@ -309,22 +308,21 @@ TEST( ScenarioTest, StepFaults ) {
        { "unknown member",
          oneStep( R"({"natRule": {"uid": 1, "key": {"srcOlds": ""}}})" ),
          "steps[0].natRule.key", "unknown member \"srcOlds\"" },
+       { "restart with a member", oneStep( R"({"restart": {"hitless": false}})" ),
+         "steps[0].restart",
+         "unknown member \"hitless\" (a restart takes no members: {})" },
+       { "restart not an object", oneStep( R"({"restart": true})" ), "steps[0].restart",
+         "expected an object, got a boolean" },
        { "negative advance", R"({"steps": [{"verify": 1}, {"advance": -0.5}]})",
          "steps[1].advance", "-0.5 is out of range (expected 0 or more seconds)" },
-       { "string for a number", oneStep( R"({"natRule": {"uid": "1", "key": {}}})" ),
-         "steps[0].natRule.uid", "expected a number, got a string" },
    } );
 }
 
 TEST( ScenarioTest, NumberFaults ) {
    expectFaults( {
-       { "uid 0", oneStep( R"({"natRule": {"uid": 0, "key": {}}})" ),
-         "steps[0].natRule.uid", "0 is out of range (expected 1..4294967295)" },
        { "uid past 32 bits",
          oneStep( R"({"natRuleRemove": {"uid": 4294967296, "key": {}}})" ),
          "steps[0].natRuleRemove.uid", "4294967296 is out of range" },
-       { "negative port", oneStep( R"({"packet": {"sport": -1}})" ),
-         "steps[0].packet.sport", "-1 is out of range (expected 0..65535)" },
        { "fraction", oneStep( R"({"packet": {"proto": 1.5}})" ), "steps[0].packet.proto",
          "expected a whole number 0..255, got 1.5" },
        { "proto past 8 bits",
@@ -334,10 +332,6 @@ TEST( ScenarioTest, NumberFaults ) {
          "0 is out of range (expected 1..4294967295)" },
        { "negative module", oneStep( R"({"moduleRemove": -2})" ), "steps[0].moduleRemove",
          "-2 is out of range" },
-       { "next hop past 64 bits",
-         oneStep(
-             R"({"natRule": {"uid": 1, "key": {}, "data": {"nextHop": "0x10000000000000000"}}})" ),
-         "steps[0].natRule.data.nextHop", "is not a hex number" },
        { "next hop not hex",
          oneStep( R"({"natRule": {"uid": 1, "key": {}, "data": {"nextHop": "12"}}})" ),
          "steps[0].natRule.data.nextHop", "\"12\" is not a hex number" },
@@ -357,9 +351,6 @@ TEST( ScenarioTest, ValueSyntaxFaults ) {
        { "empty port",
          oneStep( R"({"natRule": {"uid": 1, "key": {"dstNew": "1.1.1.1:"}}})" ),
          "steps[0].natRule.key.dstNew", "is not an IPv4 address" },
-       { "port past 16 bits",
-         oneStep( R"({"natRule": {"uid": 1, "key": {"srcNew": "1.1.1.1:65536"}}})" ),
-         "steps[0].natRule.key.srcNew", "has a port out of range (expected 0..65535)" },
        { "packet address with a port", oneStep( R"({"packet": {"src": "1.1.1.1:80"}})" ),
          "steps[0].packet.src", "is not an IPv4 address (expected a.b.c.d)" },
        { "prefix past 32", oneStep( rule + R"({"filterAddr": "10.0.0.0/33"}}})" ),

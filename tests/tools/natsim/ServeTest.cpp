@@ -234,35 +234,15 @@ std::string natRule( int uid, std::string const& srcOld, char const* kind = "nat
           ", \"key\": {\"type\": 1, \"srcOld\": \"" + srcOld + "\"}}}";
 }
 
-TEST( Serve, MakesAPrivateSocketAndRemovesItWhenStopped ) {
-   TempDir dir;
-   Server server( dir, "{}" );
-   ASSERT_TRUE( server.ready() ) << server.errors();
-   struct stat st;
-   ASSERT_EQ( ::lstat( server.socket().c_str(), &st ), 0 );
-   EXPECT_TRUE( S_ISSOCK( st.st_mode ) );
-   EXPECT_EQ( st.st_mode & 07777, 0600u );
-   EXPECT_EQ( server.stop( SIGTERM ), 0 ) << server.errors();
-   EXPECT_FALSE( exists( server.socket() ) );
-
-   Server again( dir, "{}" );
-   ASSERT_TRUE( again.ready() ) << again.errors();
-   EXPECT_EQ( again.stop( SIGINT ), 0 ) << again.errors();
-   EXPECT_FALSE( exists( again.socket() ) );
-   for ( auto const& entry : std::filesystem::directory_iterator( dir.path() ) ) {
-      EXPECT_EQ( entry.path().filename().string().rfind( "natsim.sock", 0 ),
-                 std::string::npos )
-          << "left behind: " << entry.path();
-   }
-   EXPECT_EQ( again.output().rfind( "natsim: played ", 0 ), 0u )
-       << "the scenario's report comes first, as with run";
-}
-
 TEST( Serve, PlaysStepsAfterTheScenarioAnsweringWithTheirRecords ) {
    TempDir dir;
    Server server( dir, twoRules );
    ASSERT_TRUE( server.ready() ) << server.errors();
    std::string const path = server.socket();
+   struct stat st;
+   ASSERT_EQ( ::lstat( path.c_str(), &st ), 0 );
+   EXPECT_TRUE( S_ISSOCK( st.st_mode ) );
+   EXPECT_EQ( st.st_mode & 07777, 0600u ) << "a private socket";
 
    json rule = askStep( path, natRule( 5, "10.0.0.2" ) );
    EXPECT_EQ( rule["step"], 2 ) << "numbered after the scenario's two steps";
@@ -307,7 +287,10 @@ TEST( Serve, PlaysStepsAfterTheScenarioAnsweringWithTheirRecords ) {
 
    json room = askStep( path, natRule( 7, "10.0.0.4" ) );
    EXPECT_EQ( room["answers"][0]["result"], 1 ) << "the removal made room";
-   EXPECT_EQ( server.stop(), 0 );
+   EXPECT_EQ( server.stop( SIGTERM ), 0 ) << server.errors();
+   EXPECT_FALSE( exists( path ) ) << "the socket goes with the server";
+   EXPECT_EQ( server.output().rfind( "natsim: played ", 0 ), 0u )
+       << "the scenario's report comes first, as with run";
 }
 
 TEST( Serve, RunsCommandsAndNatsimShowPrintsTheirOutput ) {
@@ -331,7 +314,12 @@ TEST( Serve, RunsCommandsAndNatsimShowPrintsTheirOutput ) {
    EXPECT_EQ( unknown.out, "" );
    EXPECT_EQ( unknown.err, "natsim: unknown command \"ShowCorvaneNatSlice\"\n" )
        << "show sends ShowCorvaneNatSlice by default";
-   EXPECT_EQ( server.stop(), 0 );
+   EXPECT_EQ( server.stop( SIGINT ), 0 ) << server.errors();
+   for ( auto const& entry : std::filesystem::directory_iterator( dir.path() ) ) {
+      EXPECT_EQ( entry.path().filename().string().rfind( "natsim.sock", 0 ),
+                 std::string::npos )
+          << "left behind: " << entry.path();
+   }
 
    Outcome nobody = natsimIn( dir, "show --socket " + path + " --command ShowTest" );
    EXPECT_EQ( nobody.status, 1 );
