@@ -188,7 +188,7 @@ private:
       removed_ = other.removed_;
       heap_ = other.heap_;
       destroy_ = other.destroy_;
-      if ( !heap_ ) {
+      if ( type_ && !heap_ ) {
          std::memcpy( inline_, other.inline_, inlineSize );
       }
       other.type_ = nullptr;

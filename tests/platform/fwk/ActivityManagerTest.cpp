@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -327,3 +328,34 @@ TEST_F( ActivityManagerTest, TurnsFireTimersInTheOrderRunUntilIdleWould ) {
 }
 
 }  // namespace
+
+// Keys that a queued change cannot keep in place (a string) are kept on the heap: the
+// reactor sees each one whole, after the caller's copy is gone, in order.
+TEST( ActivityManagerKeys, KeysKeptOnTheHeapReachTheReactorWhole ) {
+   Fwk::Ptr<Fwk::VirtualClock> clock( new Fwk::VirtualClock );
+   Fwk::ScopedActivityManager scope( clock );
+   struct Names : Fwk::Entity {
+      Names() : Entity( "names" ) {}
+      Fwk::Collection<std::string, int, std::map<std::string, int>> byName{ this, 1 };
+   };
+   struct Seen : Fwk::ReactorOn<Names, Log> {
+      Seen( Fwk::Ptr<Names> const& n, Log* log ) : ReactorOn( n, log ) {
+         hasNotificationActiveIs( true );
+      }
+      void onAttribute( AttributeId, KeyRef key ) override {
+         owner()->push_back( ( key.removed() ? "-" : "+" ) + key.as<std::string>() );
+      }
+   };
+   Fwk::Ptr<Names> names( new Names );
+   Log log;
+   Seen seen( names, &log );
+   {
+      std::string const longName( 40, 'n' );  // past any in-place storage of a string
+      names->byName.set( longName, 1 );
+      names->byName.set( "short", 2 );
+      names->byName.del( longName );
+   }
+   scope.manager().runUntilIdle();
+   EXPECT_EQ( log, ( Log{ "+" + std::string( 40, 'n' ), "+short",
+                          "-" + std::string( 40, 'n' ) } ) );
+}
