@@ -7,6 +7,23 @@
 
 namespace Corvane {
 
+namespace {
+
+// The part of a static or twice description before the addresses.
+struct Prefix {
+   U16 vlanId;
+   bool multicast;
+};
+
+DescriptionText& operator<<( DescriptionText& text, Prefix prefix ) {
+   if ( prefix.vlanId ) {
+      return text << "vlan " << unsigned( prefix.vlanId );
+   }
+   return prefix.multicast ? text << "(multicast)" : text;
+}
+
+}  // namespace
+
 std::string NatWorkerSm::generateTcamEntryDescription( Oro::NatHwKey const& hwKey,
                                                        U16 vlanId, bool fragEntry,
                                                        bool multicast ) const {
@@ -19,13 +36,7 @@ std::string NatWorkerSm::generateTcamEntryDescription( Oro::NatHwKey const& hwKe
       }
    }
    // A VLAN replaces "(multicast)": a multicast entry with a VLAN shows the VLAN alone.
-   std::string prefix;
-   if ( multicast ) {
-      prefix = "(multicast)";
-   }
-   if ( vlanId ) {
-      prefix = "vlan " + std::to_string( vlanId );
-   }
+   Prefix const prefix{ vlanId, multicast };
    // Every static and twice description ends in " " and an empty suffix.
    char const* const suffix = "";
 
