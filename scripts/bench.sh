@@ -2,7 +2,8 @@
 # Builds the release and m32 configurations, runs the benchmark programs of each with
 # JSON output (into build/<preset>/bench/, one file per benchmark family), and prints one
 # table of the quality goals: each goal, the measured value per configuration, its ratio
-# to the goal and whether it passes. `scripts/bench.sh release` (or m32) measures one configuration only.
+# to the goal and whether it passes. `scripts/bench.sh release` (or m32) measures one
+# configuration only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
