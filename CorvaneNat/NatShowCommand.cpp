@@ -126,24 +126,37 @@ void writeFilterAddr( Cursor& out, Wirel::IpAddrWithFullMask const& addr ) {
    }
 }
 
+NatShowShadowFields shadowFieldsOf( Oro::NatHwShadowEntry const* entry ) {
+   NatShowShadowFields fields;
+   if ( entry ) {
+      Oro::NatHwData const& data = entry->data();
+      fields.present = true;
+      fields.filterAddr = data.filterAddr();
+      fields.uid = entry->uid().value();
+      fields.dirty = static_cast<S32>( entry->dirty() );
+      fields.nextHop = data.nextHopId();
+      fields.multicast = data.multicast();
+   }
+   return fields;
+}
+
 // The fields after the entries (see the header); fieldsTextMax at most.
 void writeFields( Cursor& out, Oro::NatHwKey const& key,
-                  Oro::NatHwShadowEntry const* entry ) {
+                  NatShowShadowFields const& shadow ) {
    out.text( "\"aclId\": " );
    out.number( key.aclId().value() );
    out.character( ',' );
-   if ( entry ) {
-      Oro::NatHwData const& data = entry->data();
+   if ( shadow.present ) {
       out.text( "\"filterAddr\": \"" );
-      writeFilterAddr( out, data.filterAddr() );
+      writeFilterAddr( out, shadow.filterAddr );
       out.text( "\",\"uid\": " );
-      out.number( entry->uid().value() );
+      out.number( shadow.uid );
       out.text( ",\"dirty\": " );
-      out.number( static_cast<S32>( entry->dirty() ) );
+      out.number( shadow.dirty );
       out.text( ",\"nextHop\": " );
-      out.number( data.nextHopId() );
+      out.number( shadow.nextHop );
       out.text( ",\"multicast\": " );
-      out.character( data.multicast() ? '1' : '0' );
+      out.character( shadow.multicast ? '1' : '0' );
       out.character( ',' );
    }
    out.text( "}," );
@@ -230,10 +243,10 @@ void NatSliceCommandRequestSm::handleAsyncCommand( int socket,
    if ( table ) {
       pipeLayoutIs();
       Oro::NatHwShadow const* const shadow = worker_->shadow();
-      // The shadow entries of the next rows, looked up together: each lookup waits on
-      // memory, and side by side their loads overlap. Nothing changes the tables during
-      // a slice, so the entries stay valid until it yields.
-      std::array<Oro::NatHwShadowEntry const*, shadowLookahead> shadowEntries;
+      // What the next rows show of their shadow entries, read together: each lookup
+      // waits on memory, and side by side their loads overlap. Nothing changes the
+      // tables during a slice.
+      std::array<NatShowShadowFields, shadowLookahead> shadowAhead;
       std::size_t looked = 0;
       std::size_t used = 0;
       for ( ; row != table->end(); ++row ) {
@@ -241,10 +254,11 @@ void NatSliceCommandRequestSm::handleAsyncCommand( int socket,
             used = looked = 0;
             for ( auto ahead = row; ahead != table->end() && looked < shadowLookahead;
                   ++ahead ) {
-               shadowEntries[looked++] = shadow ? shadow->entry( ahead->key() ) : nullptr;
+               shadowAhead[looked++] =
+                   shadowFieldsOf( shadow ? shadow->entry( ahead->key() ) : nullptr );
             }
          }
-         Oro::NatHwShadowEntry const* const shadowEntry = shadowEntries[used++];
+         NatShowShadowFields const& shadowFields = shadowAhead[used++];
          Oro::NatHwKey const& key = row->key();
          std::size_t const bucket = EntryIdTable::bucketOf( key, layout_.buckets );
          layout_.passed[bucket] = true;
@@ -252,7 +266,7 @@ void NatSliceCommandRequestSm::handleAsyncCommand( int socket,
          // unit of work: a reordered table does not make a long slice.
          if ( earlierLayouts_.empty() || !walkedEarlier( key ) ) {
             NAT_TRACE( 9, handleAsyncCommandFn, " Iterating on: " << key );
-            writeRow( *row, shadowEntry );
+            writeRow( *row, shadowFields );
          }
          if ( shouldYield() ) {
             yieldAt( *table, bucket, key );
@@ -369,7 +383,7 @@ char* NatSliceCommandRequestSm::writeEntry( char* at, U32 index, U32 entryId ) c
 // row shares. The row's text is sized from the bounds of its parts and written in
 // place.
 void NatSliceCommandRequestSm::writeRow( EntryIdTableEntry const& row,
-                                         Oro::NatHwShadowEntry const* shadowEntry ) {
+                                         NatShowShadowFields const& shadow ) {
    Oro::NatHwKey const& key = row.key();
    char keyText[keyTextMax];
    Cursor keyOut( keyText );
@@ -377,7 +391,7 @@ void NatSliceCommandRequestSm::writeRow( EntryIdTableEntry const& row,
    std::size_t const keySize = std::size_t( keyOut.at() - keyText );
    char fieldsText[fieldsTextMax];
    Cursor fieldsOut( fieldsText );
-   writeFields( fieldsOut, key, shadowEntry );
+   writeFields( fieldsOut, key, shadow );
    std::size_t const fieldsSize = std::size_t( fieldsOut.at() - fieldsText );
 
    VlanEntryIdMap const& defaults = row.defaultEntryIds();

@@ -75,6 +75,18 @@ namespace Corvane {
 // bounds.
 char* boundedCopy( char* out, char const* value, std::size_t size, std::size_t bound );
 
+// What a row shows of its key's shadow entry. The walk reads these for several rows
+// ahead of writing them: the fields lie apart in a large entry, and read side by side
+// for several rows their memory loads overlap.
+struct NatShowShadowFields {
+   bool present = false;  // the key has a shadow entry
+   Wirel::IpAddrWithFullMask filterAddr;
+   U32 uid = 0;
+   S32 dirty = 0;
+   U64 nextHop = 0;
+   bool multicast = false;
+};
+
 class NatSliceCommandRequestSm : public Agent::AgentAsyncCommandRequestSm {
 public:
    typedef Fwk::Ptr<NatSliceCommandRequestSm> Ptr;
@@ -121,8 +133,7 @@ private:
    void bookmarkBucketIs( EntryIdTable const& table, std::size_t bucket,
                           Oro::NatHwKey const& key );
    void pipeLayoutIs();
-   void writeRow( EntryIdTableEntry const& row,
-                  Oro::NatHwShadowEntry const* shadowEntry );
+   void writeRow( EntryIdTableEntry const& row, NatShowShadowFields const& shadow );
    char* writeEntry( char* at, U32 index, U32 entryId ) const;
 
    NatWorkerSm::Ptr worker_;
