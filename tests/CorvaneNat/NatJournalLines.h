@@ -16,6 +16,7 @@
 #include "platform/fwk/Assert.h"
 #include "platform/fwk/LogEvent.h"
 #include "platform/fwk/Trace.h"
+#include "tests/RegexLiteral.h"
 
 namespace NatTest {
 
@@ -165,18 +166,6 @@ inline std::string releaseEntry() {
 inline Lines operator+( Lines lines, Lines const& more ) {
    lines.insert( lines.end(), more.begin(), more.end() );
    return lines;
-}
-
-// `text` as a regular expression that matches exactly it.
-inline std::string literal( std::string const& text ) {
-   std::string out;
-   for ( char ch : text ) {
-      if ( std::string( "\\^$.|?*+()[]{}" ).find( ch ) != std::string::npos ) {
-         out += '\\';
-      }
-      out += ch;
-   }
-   return out;
 }
 
 // What standard error shows when the assertion `expectation` stops the process.

@@ -22,7 +22,7 @@ char const verifyPath[] = "corvanenat/natWorkerSm/1";
 
 // The regular expression of an assertion failure with exactly `text`.
 std::string failed( std::string const& text ) {
-   return "Assertion `" + NatTest::literal( text ) + "' failed";
+   return "Assertion `" + literal( text ) + "' failed";
 }
 
 Oro::NatHwData natData( std::vector<U16> vlans = {}, U8 protocol = 0, U64 nextHop = 5 ) {

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "NatsimProcess.h"
+#include "tests/RegexLiteral.h"
 #include "tools/natsim/Scenario.h"
 
 namespace {
@@ -24,18 +25,6 @@ Outcome playFault( std::string const& name, std::string const& args = "--json" )
    NatsimProcess::TempDir const dir;
    return NatsimProcess::natsimIn(
        dir, "run " + std::string( EXAMPLES_DIR ) + "/faults/" + name + " " + args );
-}
-
-// `text` with every character that a regular expression gives a meaning escaped.
-std::string literal( std::string const& text ) {
-   std::string escaped;
-   for ( char c : text ) {
-      if ( std::string( ".^$|()[]{}*+?\\" ).find( c ) != std::string::npos ) {
-         escaped += '\\';
-      }
-      escaped += c;
-   }
-   return escaped;
 }
 
 TEST( NatsimFaults, TheSdkFailureStepIsReadLikeEveryStep ) {
