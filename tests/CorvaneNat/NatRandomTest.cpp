@@ -608,7 +608,7 @@ private:
       snapshotOrphans();
       json result;
       try {
-         result = sim_->playOne( step );
+         result = json::parse( sim_->playOne( step ) );
       } catch ( std::exception const& e ) {
          return std::string( "the step raised: " ) + e.what();
       }
@@ -930,7 +930,8 @@ private:
          json const step = { { "verify", w.first } };
          replay_.stepAppend( step.dump() );
          headerIs( replay_.steps - 1 );
-         json const result = sim_->playOne( natsim::VerifyStep{ w.first } );
+         json const result =
+             json::parse( sim_->playOne( natsim::VerifyStep{ w.first } ) );
          ++stats_.verified;
          if ( !result["problems"].empty() ) {
             return "verify: " + result["problems"].dump();

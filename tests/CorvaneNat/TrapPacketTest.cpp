@@ -3,13 +3,17 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
+#include "tools/natsim/ResultText.h"
 #include "tools/natsim/Simulation.h"
 
 namespace {
 
-typedef natsim::Simulation::Json Json;
+typedef nlohmann::ordered_json Json;
 
 // Plays a scenario through the NAT plug-in and returns natsim's result document.
 Json play( std::string const& text ) {
@@ -22,7 +26,9 @@ Json play( std::string const& text ) {
    std::string why;
    EXPECT_TRUE( simulation.start( &why ) ) << why;
    simulation.play();
-   return simulation.result();
+   std::ostringstream result;
+   natsim::writeResult( result, simulation, true );
+   return Json::parse( result.str() );
 }
 
 bool hasAction( Json const& packet, std::string const& action ) {

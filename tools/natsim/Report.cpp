@@ -1,73 +1,74 @@
 #include "tools/natsim/Report.h"
 
 #include <iomanip>
-#include <sstream>
 
+#include "platform/chip/ChipModel.h"
 #include "platform/fwk/Types.h"
+#include "tools/natsim/Simulation.h"
 
 namespace natsim {
 
 namespace {
 
-typedef nlohmann::ordered_json Json;
-
-// A value as people read it: strings without quotes, numbers and booleans as JSON.
-std::string text( Json const& value ) {
-   return value.is_string() ? value.get<std::string>() : value.dump();
-}
-
-std::string stepText( Json const& record ) {
-   int step = record.at( "step" ).get<int>();
+std::string stepText( int step ) {
    return step < 0 ? "start" : std::to_string( step );
 }
 
-void heading( std::ostringstream& out, std::string const& title, std::size_t count ) {
+void heading( std::ostream& out, std::string const& title, std::size_t count ) {
    out << "\n" << title << " (" << count << ")\n";
 }
 
+// The records of `list` from `*next` on that belong to `step` (lists are in step order);
+// moves `*next` past them.
+template <class Record, class Fn>
+void eachOfStep( std::vector<Record> const& list, std::size_t* next, int step, Fn fn ) {
+   while ( *next < list.size() && list[*next].step < step ) {
+      ++*next;
+   }
+   for ( ; *next < list.size() && list[*next].step == step; ++*next ) {
+      fn( list[*next] );
+   }
+}
+
 // One line per step: its kind, its answers, the entries it took and gave back, the log
-// events it raised.
-void steps( std::ostringstream& out, Json const& result ) {
-   Json const& rows = result.at( "steps" );
-   heading( out, "Steps", rows.size() );
-   for ( auto const& step : rows ) {
-      int const index = step.at( "step" ).get<int>();
-      std::string line = "  " + std::to_string( index ) + " " + text( step["kind"] );
-      for ( auto const& a : result.at( "answers" ) ) {
-         if ( a["step"] == index ) {
-            line += "  answer uid " + text( a["uid"] ) + " module " +
-                    text( a["module"] ) + ": " +
-                    ( a["result"] == 2 ? "2 (hardware full)" : text( a["result"] ) );
+// events it raised. A rule answered without taking an entry or making a call says
+// "no entry": the plug-in accepted it without hardware.
+void steps( std::ostream& out, Records const& records ) {
+   heading( out, "Steps", records.steps.size() );
+   std::size_t answer = 0;
+   std::size_t event = 0;
+   std::string line;
+   for ( std::size_t i = 0; i < records.steps.size(); ++i ) {
+      StepRecord const& step = records.steps[i];
+      int const index = static_cast<int>( i );
+      line = "  " + std::to_string( index ) + " " + step.kind;
+      bool accepted = false;
+      eachOfStep( records.answers, &answer, index, [&]( AnswerRecord const& a ) {
+         line += "  answer uid " + std::to_string( a.uid ) + " module " +
+                 std::to_string( a.module ) + ": " +
+                 ( a.result == 2 ? "2 (hardware full)" : std::to_string( a.result ) );
+         accepted = accepted || a.result == 1;
+      } );
+      if ( accepted && step.calls == 0 && std::string( step.kind ) == "natRule" ) {
+         line += "  no entry";
+      }
+      if ( !step.taken.empty() ) {
+         line += "  entries taken:";
+         for ( U32 id : step.taken ) {
+            line += " " + ( id == 0 ? std::string( "none" ) : std::to_string( id ) );
          }
       }
-      std::string taken;
-      std::string released;
-      std::size_t calls = 0;
-      for ( auto const& call : result.at( "journal" ) ) {
-         if ( call["step"] != index ) {
-            continue;
-         }
-         ++calls;
-         if ( call["call"] == "getEntry" ) {
-            taken += " " + ( call["entry"] == 0 ? std::string( "none" )
-                                                : text( call["entry"] ) );
-         } else if ( call["call"] == "releaseEntry" ) {
-            released += " " + text( call["entry"] );
+      if ( !step.released.empty() ) {
+         line += "  released:";
+         for ( U32 id : step.released ) {
+            line += " " + std::to_string( id );
          }
       }
-      if ( !taken.empty() ) {
-         line += "  entries taken:" + taken;
-      }
-      if ( !released.empty() ) {
-         line += "  released:" + released;
-      }
-      line += "  (" + std::to_string( calls ) + " calls)";
-      for ( auto const& e : result.at( "events" ) ) {
-         if ( e["step"] == index ) {
-            line += "  %" + text( e["name"] );
-         }
-      }
-      out << line << "\n";
+      line += "  (" + std::to_string( step.calls ) + " calls)";
+      eachOfStep( records.events, &event, index,
+                  [&]( EventRecord const& e ) { line += "  %" + e.name; } );
+      line += '\n';
+      out << line;
    }
 }
 
@@ -90,11 +91,20 @@ std::string addressText( U64 address, U64 mask ) {
           ( mask == prefix ? std::to_string( length ) : dotted( mask ) );
 }
 
+// An argument as people read it: names without quotes.
+std::string argText( Chip::Arg const& arg ) {
+   return arg.kind == Chip::Arg::Kind::name ? arg.name : arg.json();
+}
+
+bool isNumber( Chip::Arg const& arg ) {
+   return arg.kind == Chip::Arg::Kind::number;
+}
+
 // A qualifier as people read it: addresses dotted, a full mask left out.
-std::string qualifierText( std::string const& name, Json const& args ) {
-   if ( args.size() == 2 && args[0].is_number() && args[1].is_number() ) {
-      U64 const data = args[0].get<U64>();
-      U64 const mask = args[1].get<U64>();
+std::string qualifierText( std::string const& name, Chip::Args const& args ) {
+   if ( args.size() == 2 && isNumber( args[0] ) && isNumber( args[1] ) ) {
+      U64 const data = args[0].number;
+      U64 const mask = args[1].number;
       if ( name == "SrcIp" || name == "DstIp" ) {
          return name + "=" + addressText( data, mask );
       }
@@ -105,142 +115,162 @@ std::string qualifierText( std::string const& name, Json const& args ) {
    }
    std::string s = name + "=";
    for ( std::size_t i = 0; i < args.size(); ++i ) {
-      s += ( i ? "," : "" ) + text( args[i] );
+      s += ( i ? "," : "" ) + argText( args[i] );
    }
    return s;
 }
 
-std::string qualifiersText( Json const& qualifiers ) {
+std::string qualifiersText( Chip::FpEntry const& entry ) {
    std::string s;
-   for ( auto const& q : qualifiers.items() ) {
-      s += ( s.empty() ? "" : " " ) + qualifierText( q.key(), q.value() );
+   for ( Chip::Qualifier q : entry.qualifiers() ) {
+      s += ( s.empty() ? "" : " " ) +
+           qualifierText( Chip::qualifierName( q ), entry.qualifierArgs( q ) );
    }
    return s.empty() ? "(none)" : s;
 }
 
-std::string actionsText( Json const& actions ) {
+std::string actionsText( std::vector<Chip::ActionRecord> const& actions ) {
    std::string s;
    for ( auto const& a : actions ) {
-      std::string name = a[0].get<std::string>();
+      std::string name = Chip::actionName( a.action );
       if ( name.rfind( "bcmFieldAction", 0 ) == 0 ) {
          name = name.substr( 14 );
       }
-      s +=
-          ( s.empty() ? "" : " " ) + name + "(" + text( a[1] ) + "," + text( a[2] ) + ")";
+      s += ( s.empty() ? "" : " " ) + name + "(" + std::to_string( a.param0 ) + "," +
+           std::to_string( a.param1 ) + ")";
    }
    return s.empty() ? "(none)" : s;
 }
 
-void chip( std::ostringstream& out, Json const& result ) {
-   for ( auto const& unit : result.at( "chip" ) ) {
-      Json const& entries = unit.at( "entries" );
-      heading( out, "Chip unit " + text( unit["unit"] ) + ": field-processor entries",
-               entries.size() );
-      for ( auto const& e : entries ) {
-         out << "  entry " << text( e["id"] ) << "  group " << text( e["group"] )
-             << "  priority " << text( e["priority"] )
-             << ( e["installed"].get<bool>() ? "  installed" : "  not installed" )
-             << "  hits " << text( e["hits"] ) << "\n"
-             << "    \"" << text( e["description"] ) << "\"\n"
-             << "    match:   " << qualifiersText( e["qualifiers"] ) << "\n"
-             << "    actions: " << actionsText( e["actions"] ) << "\n";
+// A table row's fields as JSON text: {"XLATE_ENABLE":3}.
+std::string rowText( Chip::Table const& table, unsigned row ) {
+   std::string s = "{";
+   for ( auto const& field : table.reportedFields( row ) ) {
+      s += ( s.size() > 1 ? ",\"" : "\"" ) + field.first +
+           "\":" + std::to_string( field.second );
+   }
+   return s + "}";
+}
+
+void chip( std::ostream& out, Chip::ChipModel const& model ) {
+   for ( int number : model.units() ) {
+      Chip::ChipUnit const& unit = *model.unit( number );
+      Chip::FieldProcessor const& fp = unit.fieldProcessor();
+      std::vector<U32> const ids = fp.entryIds();
+      heading( out, "Chip unit " + std::to_string( number ) + ": field-processor entries",
+               ids.size() );
+      for ( U32 id : ids ) {
+         Chip::FpEntry const& e = *fp.entry( id );
+         out << "  entry " << id << "  group " << e.group() << "  priority "
+             << e.priority() << ( e.installed() ? "  installed" : "  not installed" )
+             << "  hits " << e.hits() << "\n"
+             << "    \"" << e.description() << "\"\n"
+             << "    match:   " << qualifiersText( e ) << "\n"
+             << "    actions: " << actionsText( e.actions() ) << "\n";
       }
-      for ( auto const& memory : unit.at( "memories" ).items() ) {
-         out << "  memory " << memory.key() << ":\n";
-         for ( auto const& row : memory.value().items() ) {
-            out << "    row " << row.key() << " " << row.value().dump() << "\n";
+      for ( bool registers : { false, true } ) {
+         for ( unsigned t = 0; t < Chip::tableCount; ++t ) {
+            Chip::Table const& table = unit.table( static_cast<Chip::TableId>( t ) );
+            if ( table.rowsWritten().empty() || table.layout().isRegister != registers ) {
+               continue;
+            }
+            if ( registers ) {
+               out << "  register " << table.name() << " "
+                   << rowText( table, *table.rowsWritten().begin() ) << "\n";
+               continue;
+            }
+            out << "  memory " << table.name() << ":\n";
+            for ( unsigned row : table.rowsWritten() ) {
+               out << "    row " << row << " " << rowText( table, row ) << "\n";
+            }
          }
       }
-      for ( auto const& reg : unit.at( "registers" ).items() ) {
-         out << "  register " << reg.key() << " " << reg.value().dump() << "\n";
-      }
-      for ( auto const& control : unit.at( "switchControls" ).items() ) {
-         out << "  switch control " << control.key() << " = " << text( control.value() )
-             << "\n";
+      for ( auto const& control : unit.switchControls() ) {
+         out << "  switch control " << Chip::switchControlName( control.first ) << " = "
+             << control.second << "\n";
       }
    }
 }
 
-void capacity( std::ostringstream& out, Json const& result ) {
-   Json const& rows = result.at( "capacity" );
-   heading( out, "Capacity", rows.size() );
+void capacity( std::ostream& out, SimPlatform const& platform ) {
+   OroCapacity::TableCapacity const& rows = platform.tableCapacity();
+   heading( out, "Capacity", rows.entrys() );
    for ( auto const& r : rows ) {
-      out << "  " << std::left << std::setw( 12 ) << text( r["entry"] ) << " "
-          << text( r["feature"] ) << "/" << text( r["table"] ) << " " << text( r["chip"] )
-          << "  used " << text( r["used"] ) << "  free " << text( r["free"] ) << "  max "
-          << text( r["max"] ) << "\n";
+      out << "  " << std::left << std::setw( 12 ) << r.first.entry() << std::right << " "
+          << r.first.feature() << "/" << r.first.table() << " " << r.first.chip()
+          << "  used " << r.second.used << "  free " << r.second.free << "  max "
+          << r.second.max << "\n";
    }
 }
 
-void hitCounts( std::ostringstream& out, Json const& result ) {
-   Json const& rows = result.at( "hitCounts" );
-   heading( out, "Hit counts", rows.size() );
-   for ( auto const& r : rows ) {
-      out << "  " << text( r["srcAddr"] ) << ":" << text( r["srcPort"] ) << " -> "
-          << text( r["dstAddr"] ) << ":" << text( r["dstPort"] ) << "  proto "
-          << text( r["proto"] ) << "  keyType " << text( r["keyType"] ) << "  hits "
-          << text( r["hits"] ) << "\n";
+void hitCounts( std::ostream& out, SimPlatform const& platform ) {
+   auto status = platform.tcamHitCountStatus();
+   heading( out, "Hit counts", status ? status->entrys() : 0 );
+   if ( !status ) {
+      return;
+   }
+   for ( auto const& row : *status ) {
+      CorvaneNat::TcamHitCountKey const& key = row.first;
+      out << "  " << key.srcAddr().stringValue() << ":" << key.srcPort() << " -> "
+          << key.dstAddr().stringValue() << ":" << key.dstPort() << "  proto "
+          << U32( key.protocol() ) << "  keyType " << static_cast<U32>( key.keyType() )
+          << "  hits " << row.second << "\n";
    }
 }
 
-void packets( std::ostringstream& out, Json const& result ) {
-   Json const& rows = result.at( "packets" );
-   heading( out, "Packets", rows.size() );
-   for ( auto const& r : rows ) {
-      out << "  step " << stepText( r ) << " unit " << text( r["unit"] ) << ": ";
-      if ( r["entry"].get<U32>() == 0 ) {
+void packets( std::ostream& out, Records const& records ) {
+   heading( out, "Packets", records.packets.size() );
+   for ( auto const& r : records.packets ) {
+      out << "  step " << stepText( r.step ) << " unit " << r.unit << ": ";
+      if ( r.entry == 0 ) {
          out << "no entry matched\n";
          continue;
       }
-      out << "entry " << text( r["entry"] ) << " \"" << text( r["description"] ) << "\"  "
-          << actionsText( r["actions"] ) << "\n";
+      out << "entry " << r.entry << " \"" << r.description << "\"  "
+          << actionsText( r.actions ) << "\n";
    }
 }
 
-void shows( std::ostringstream& out, Json const& result ) {
-   Json const& rows = result.at( "show" );
-   heading( out, "Show commands", rows.size() );
-   for ( auto const& r : rows ) {
-      out << "  step " << stepText( r ) << " (" << text( r["slices"] )
-          << " slices): " << text( r["output"] ) << "\n";
+void shows( std::ostream& out, Records const& records ) {
+   heading( out, "Show commands", records.shows.size() );
+   for ( auto const& r : records.shows ) {
+      out << "  step " << stepText( r.step ) << " (" << r.slices
+          << " slices): " << r.output << "\n";
    }
 }
 
-void events( std::ostringstream& out, Json const& result ) {
-   Json const& rows = result.at( "events" );
-   heading( out, "Log events", rows.size() );
-   for ( auto const& r : rows ) {
-      out << "  step " << stepText( r ) << " %" << text( r["name"] ) << ": "
-          << text( r["message"] ) << "\n";
+void events( std::ostream& out, Records const& records ) {
+   heading( out, "Log events", records.events.size() );
+   for ( auto const& r : records.events ) {
+      out << "  step " << stepText( r.step ) << " %" << r.name << ": " << r.message
+          << "\n";
    }
 }
 
-void problems( std::ostringstream& out, Json const& result ) {
-   Json const& rows = result.at( "problems" );
-   if ( rows.empty() ) {
+void problems( std::ostream& out, Records const& records ) {
+   if ( records.problems.empty() ) {
       return;
    }
-   heading( out, "Problems", rows.size() );
-   for ( auto const& r : rows ) {
-      out << "  step " << stepText( r ) << ": " << text( r["message"] ) << "\n";
+   heading( out, "Problems", records.problems.size() );
+   for ( auto const& r : records.problems ) {
+      out << "  step " << stepText( r.step ) << ": " << r.message << "\n";
    }
 }
 
 }  // namespace
 
-std::string readableReport( Json const& result ) {
-   std::ostringstream out;
-   out << "natsim: " << result.at( "journal" ).size()
+void writeReport( std::ostream& out, Simulation const& simulation ) {
+   Records const& records = simulation.records();
+   out << "natsim: " << records.calls
        << " SDK and entry-manager calls (--json lists them)\n";
-   steps( out, result );
-   chip( out, result );
-   capacity( out, result );
-   hitCounts( out, result );
-   packets( out, result );
-   shows( out, result );
-   events( out, result );
-   problems( out, result );
-   return out.str();
+   steps( out, records );
+   chip( out, simulation.platform().chip() );
+   capacity( out, simulation.platform() );
+   hitCounts( out, simulation.platform() );
+   packets( out, records );
+   shows( out, records );
+   events( out, records );
+   problems( out, records );
 }
 
 }  // namespace natsim

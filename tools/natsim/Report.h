@@ -1,14 +1,14 @@
 #pragma once
 
 // The readable form of a natsim result: the same content as the JSON document, as
-// tables for people.
+// tables for people, written as a stream in one pass over the records.
 
-#include <nlohmann/json.hpp>
-
-#include <string>
+#include <ostream>
 
 namespace natsim {
 
-std::string readableReport( nlohmann::ordered_json const& result );
+class Simulation;
+
+void writeReport( std::ostream& out, Simulation const& simulation );
 
 }  // namespace natsim

@@ -13,6 +13,8 @@
 #include <csignal>
 #include <cstring>
 
+#include <nlohmann/json.hpp>
+
 #include "tools/natsim/Scenario.h"
 
 namespace natsim {
@@ -371,7 +373,7 @@ void Server::playStep( Connection& c, std::string const& line ) {
       refuse( c, error.what() );
       return;
    }
-   c.out += jsonLine( simulation_.playOne( std::move( step ) ) );
+   c.out += simulation_.playOne( step ) + "\n";
    c.closeWhenSent = true;
 }
 

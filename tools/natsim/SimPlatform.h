@@ -52,6 +52,7 @@ public:
    SimClock& clock() { return *clock_; }
    Agent::AgentContext& agent() { return agent_; }
    Chip::ChipModel& chip() { return *chip_; }
+   Chip::ChipModel const& chip() const { return *chip_; }
    Corvane::CorvaneTcamGroupManager& tcamManager() { return *tcamManager_; }
    Corvane::CorvaneCommonSmData& commonData() { return *commonData_; }
    CorvaneNat::CapabilityConfig& capabilityConfig() { return *capabilityConfig_; }

@@ -9,44 +9,11 @@
 #include "platform/chip/Sdk.h"
 #include "platform/fwk/LogEvent.h"
 #include "platform/fwk/Operation.h"
+#include "tools/natsim/ResultText.h"
 
 namespace natsim {
 
 namespace {
-
-Simulation::Json argJson( Chip::Arg const& arg ) {
-   switch ( arg.kind ) {
-      case Chip::Arg::Kind::number:
-         return arg.number;
-      case Chip::Arg::Kind::name:
-         return arg.name;
-      case Chip::Arg::Kind::fields: {
-         Simulation::Json fields = Simulation::Json::object();
-         for ( auto const& field : arg.fields ) {
-            fields[field.first] = field.second;
-         }
-         return fields;
-      }
-   }
-   return nullptr;
-}
-
-Simulation::Json argsJson( Chip::Args const& args ) {
-   Simulation::Json out = Simulation::Json::array();
-   for ( auto const& arg : args ) {
-      out.push_back( argJson( arg ) );
-   }
-   return out;
-}
-
-Simulation::Json actionsJson( std::vector<Chip::ActionRecord> const& actions ) {
-   Simulation::Json out = Simulation::Json::array();
-   for ( auto const& action : actions ) {
-      out.push_back(
-          { Chip::actionName( action.action ), action.param0, action.param1 } );
-   }
-   return out;
-}
 
 Chip::Packet chipPacket( PacketStep const& step ) {
    Chip::Packet packet;
@@ -134,22 +101,19 @@ Simulation::~Simulation() {
 bool Simulation::start( std::string* error ) {
    platform_ =
        std::make_unique<SimPlatform>( scenario_.agent, scenario_.chip, scenario_.nat );
+   if ( !options_.journal.keepsNone() ) {
+      journal_ = std::make_unique<JournalSpool>();
+   }
    Fwk::logSinkIs( [this]( Fwk::LogRecord const& record ) {
-      if ( !recording_ ) {
-         return;
+      if ( recording_ ) {
+         records_.events.push_back( { step_, record.name, record.message } );
       }
-      events_.push_back(
-          { { "step", step_ }, { "name", record.name }, { "message", record.message } } );
    } );
    upstream_ = std::make_unique<Upstream>( *platform_, [this]( Answer const& answer ) {
-      if ( !recording_ ) {
-         return;
+      if ( recording_ ) {
+         records_.answers.push_back(
+             { step_, answer.module, answer.uid, answer.result, answer.field } );
       }
-      answers_.push_back( { { "step", step_ },
-                            { "module", answer.module },
-                            { "uid", answer.uid },
-                            { "result", answer.result },
-                            { "field", answer.field } } );
    } );
 
    Agent::Plugin plugin;
@@ -171,23 +135,66 @@ bool Simulation::agentStart( std::string* error ) {
        Agent::entityFromType( options_.callbackType, "natCli" ) );
    mounter_->doInit();
    platform_->loop().runUntilIdle();
+   takeJournal();
    return true;
 }
 
-void Simulation::play() {
+void Simulation::play( std::function<void( std::size_t )> const& progress ) {
+   records_.steps.reserve( scenario_.steps.size() );
    for ( std::size_t i = 0; i < scenario_.steps.size(); ++i ) {
-      playStep( i );
+      playStep( scenario_.steps[i], static_cast<int>( i ) );
+      if ( progress ) {
+         progress( i + 1 );
+      }
    }
+   nextIndex_ = scenario_.steps.size();
+   // The steps are played; what the report needs of them is in their records.
+   scenario_.steps = std::vector<Step>();
    Hardware::Capacity::CapacityHelperSm::refreshAll();
    platform_->loop().runUntilIdle();
+   takeJournal();
 }
 
-void Simulation::playStep( std::size_t index ) {
-   step_ = static_cast<int>( index );
-   journalStart_.push_back( Chip::journal().size() );
-   std::visit( StepPlayer{ *this }, scenario_.steps[index] );
+void Simulation::playStep( Step const& step, int index, std::string* keptJournal ) {
+   step_ = index;
+   records_.steps.emplace_back( stepKindName( step ) );
+   std::visit( StepPlayer{ *this }, step );
    platform_->loop().runUntilIdle();
    restartEndIfDone();
+   takeJournal( keptJournal );
+}
+
+void Simulation::takeJournal( std::string* kept ) {
+   Chip::Journal& journal = Chip::journal();
+   if ( journal.size() == 0 ) {
+      return;
+   }
+   StepRecord* const step = step_ < 0 ? nullptr : &records_.steps.back();
+   std::string text;
+   for ( Chip::JournalRecord const& record : journal.records() ) {
+      if ( step && record.call == "getEntry" ) {
+         step->taken.push_back( record.entry );
+      } else if ( step && record.call == "releaseEntry" ) {
+         step->released.push_back( record.entry );
+      }
+      if ( !options_.journal.keeps( record.call ) ) {
+         continue;
+      }
+      if ( kept ) {
+         if ( !kept->empty() ) {
+            kept->push_back( ',' );
+         }
+         appendJournalRecord( *kept, step_, record );
+      } else {
+         text.clear();
+         appendJournalRecord( text, step_, record );
+         journal_->append( text );
+      }
+   }
+   U32 const calls = U32( journal.size() );
+   ( step ? step->calls : records_.startCalls ) += calls;
+   records_.calls += calls;
+   journal.clear();
 }
 
 void Simulation::restart() {
@@ -228,62 +235,47 @@ void Simulation::followRealTime() {
    recordingIs( false );
 }
 
-Simulation::Json Simulation::playOne( Step step ) {
-   std::size_t const index = scenario_.steps.size();
-   scenario_.steps.push_back( std::move( step ) );
-   constexpr std::size_t count = 5;
-   Json* const arrays[count] = { &answers_, &events_, &show_, &packets_, &problems_ };
-   std::size_t before[count];
-   for ( std::size_t i = 0; i < count; ++i ) {
-      before[i] = arrays[i]->size();
-   }
+std::string Simulation::playOne( Step const& step ) {
+   int const index = static_cast<int>( nextIndex_++ );
+   Records::Marks const marks = records_.marks();
    bool const recording = recording_;
    recordingIs( true );
-   playStep( index );
+   std::string journal;
+   playStep( step, index, &journal );
    recordingIs( recording );
 
-   // The records this step appended, in the order of the result document.
-   auto fromStep = [&]( std::size_t i ) {
-      Json const& all = *arrays[i];
-      return Json( all.begin() + static_cast<std::ptrdiff_t>( before[i] ), all.end() );
-   };
-   Json out = Json::object();
-   out["step"] = index;
-   out["kind"] = stepKindName( scenario_.steps[index] );
-   out["answers"] = fromStep( 0 );
-   out["events"] = fromStep( 1 );
-   out["journal"] = journalRecords( journalStart_[index], Chip::journal().size(),
-                                    static_cast<int>( index ) );
-   out["show"] = fromStep( 2 );
-   out["packets"] = fromStep( 3 );
-   out["problems"] = fromStep( 4 );
-   return out;
+   std::string line = stepAnswer( index, records_, marks, journal );
+   records_.truncate( marks );
+   records_.steps.pop_back();
+   return line;
 }
 
 void Simulation::problem( std::string message ) {
    std::cerr << "natsim: step " << step_ << ": " << message << "\n";
-   problems_.push_back( { { "step", step_ }, { "message", std::move( message ) } } );
+   records_.problems.push_back( { step_, std::move( message ) } );
 }
 
 void Simulation::packet( PacketStep const& step ) {
    std::vector<int> units = platform_->chip().units();
    int unit = step.unit ? int( *step.unit ) : ( units.empty() ? 0 : units.front() );
    U32 id = platform_->chip().lookup( unit, natGroup, chipPacket( step ), step.count );
-   Json record = { { "step", step_ }, { "unit", unit }, { "entry", id } };
    Chip::ChipUnit const* chipUnit = platform_->chip().unit( unit );
    Chip::FpEntry const* entry =
        id && chipUnit ? chipUnit->fieldProcessor().entry( id ) : nullptr;
-   record["description"] = entry ? entry->description() : "";
-   record["actions"] = entry ? actionsJson( entry->actions() ) : Json::array();
-   packets_.push_back( record );
+   PacketRecord record{ step_, unit, id, std::string(), {} };
+   if ( entry ) {
+      record.description = entry->description();
+      record.actions = entry->actions();
+   }
+   records_.packets.push_back( std::move( record ) );
 }
 
 void Simulation::show( ShowStep const& step ) {
-   Json record = { { "step", step_ }, { "output", "" }, { "slices", 0 } };
+   ShowRecord record{ step_, std::string(), 0 };
    if ( !callback_ ) {
       problem( "the plug-in offers no command callback \"" + options_.callbackType +
                "\"" );
-      show_.push_back( record );
+      records_.shows.push_back( std::move( record ) );
       return;
    }
    std::FILE* file = std::tmpfile();
@@ -297,11 +289,11 @@ void Simulation::show( ShowStep const& step ) {
          problem( "the command \"" + step.command + "\" did not complete" );
       }
       sm->hasNotificationActiveIs( false );
-      record["output"] = readAll( file );
-      record["slices"] = sm->slices();
+      record.output = readAll( file );
+      record.slices = sm->slices();
    }
    std::fclose( file );
-   show_.push_back( record );
+   records_.shows.push_back( std::move( record ) );
 }
 
 void Simulation::verify( VerifyStep const& step ) {
@@ -310,145 +302,6 @@ void Simulation::verify( VerifyStep const& step ) {
    if ( !Fwk::operationInvoke( path, "doVerify", &error ) ) {
       problem( "verify: " + error );
    }
-}
-
-Simulation::Json Simulation::journalResult() const {
-   Json out = Json::array();
-   // Step k's records run from journalStart_[k] to the next step's start.
-   std::size_t first = 0;
-   for ( std::size_t k = 0; k <= journalStart_.size(); ++k ) {
-      std::size_t const end =
-          k < journalStart_.size() ? journalStart_[k] : Chip::journal().size();
-      for ( auto& record : journalRecords( first, end, static_cast<int>( k ) - 1 ) ) {
-         out.push_back( std::move( record ) );
-      }
-      first = end;
-   }
-   return out;
-}
-
-Simulation::Json Simulation::journalRecords( std::size_t first, std::size_t end,
-                                             int step ) const {
-   Json out = Json::array();
-   auto const& records = Chip::journal().records();
-   for ( std::size_t i = first; i < end; ++i ) {
-      Chip::JournalRecord const& r = records[i];
-      Json record = { { "step", step }, { "call", r.call }, { "unit", r.unit } };
-      if ( r.hasEntry ) {
-         record["entry"] = r.entry;
-      }
-      record["args"] = argsJson( r.args );
-      record["rc"] = r.rc;
-      out.push_back( record );
-   }
-   return out;
-}
-
-Simulation::Json Simulation::chipResult() const {
-   Json out = Json::array();
-   for ( int unitNumber : platform_->chip().units() ) {
-      Chip::ChipUnit const& unit = *platform_->chip().unit( unitNumber );
-      Json entries = Json::array();
-      for ( U32 id : unit.fieldProcessor().entryIds() ) {
-         Chip::FpEntry const& entry = *unit.fieldProcessor().entry( id );
-         Json qualifiers = Json::object();
-         for ( Chip::Qualifier q : entry.qualifiers() ) {
-            qualifiers[Chip::qualifierName( q )] = argsJson( entry.qualifierArgs( q ) );
-         }
-         entries.push_back( { { "id", id },
-                              { "group", entry.group() },
-                              { "priority", entry.priority() },
-                              { "installed", entry.installed() },
-                              { "hits", entry.hits() },
-                              { "description", entry.description() },
-                              { "qualifiers", qualifiers },
-                              { "actions", actionsJson( entry.actions() ) } } );
-      }
-      Json memories = Json::object();
-      Json registers = Json::object();
-      for ( unsigned t = 0; t < Chip::tableCount; ++t ) {
-         Chip::Table const& table = unit.table( static_cast<Chip::TableId>( t ) );
-         if ( table.rowsWritten().empty() ) {
-            continue;
-         }
-         Json rows = Json::object();
-         for ( unsigned row : table.rowsWritten() ) {
-            Json fields = Json::object();
-            for ( auto const& field : table.reportedFields( row ) ) {
-               fields[field.first] = field.second;
-            }
-            rows[std::to_string( row )] = fields;
-         }
-         if ( table.layout().isRegister ) {
-            registers[table.name()] = rows.begin().value();
-         } else {
-            memories[table.name()] = rows;
-         }
-      }
-      Json controls = Json::object();
-      for ( auto const& control : unit.switchControls() ) {
-         controls[Chip::switchControlName( control.first )] = control.second;
-      }
-      out.push_back( { { "unit", unitNumber },
-                       { "entries", entries },
-                       { "memories", memories },
-                       { "registers", registers },
-                       { "switchControls", controls } } );
-   }
-   return out;
-}
-
-Simulation::Json Simulation::capacityResult() const {
-   Json out = Json::array();
-   for ( auto const& row : platform_->tableCapacity() ) {
-      out.push_back( { { "entry", row.first.entry() },
-                       { "feature", row.first.feature() },
-                       { "table", row.first.table() },
-                       { "chip", row.first.chip() },
-                       { "used", row.second.used },
-                       { "free", row.second.free },
-                       { "max", row.second.max } } );
-   }
-   return out;
-}
-
-Simulation::Json Simulation::hitCountResult() const {
-   Json out = Json::array();
-   auto status = platform_->tcamHitCountStatus();
-   if ( !status ) {
-      return out;
-   }
-   for ( auto const& row : *status ) {
-      CorvaneNat::TcamHitCountKey const& key = row.first;
-      out.push_back( { { "srcAddr", key.srcAddr().stringValue() },
-                       { "srcPort", key.srcPort() },
-                       { "dstAddr", key.dstAddr().stringValue() },
-                       { "dstPort", key.dstPort() },
-                       { "proto", key.protocol() },
-                       { "keyType", static_cast<U32>( key.keyType() ) },
-                       { "hits", row.second } } );
-   }
-   return out;
-}
-
-Simulation::Json Simulation::result() const {
-   Json out = Json::object();
-   out["answers"] = answers_;
-   out["events"] = events_;
-   out["journal"] = journalResult();
-   out["chip"] = chipResult();
-   out["capacity"] = capacityResult();
-   out["hitCounts"] = hitCountResult();
-   out["show"] = show_;
-   out["packets"] = packets_;
-   out["problems"] = problems_;
-   Json steps = Json::array();
-   for ( std::size_t i = 0; i < scenario_.steps.size(); ++i ) {
-      steps.push_back(
-          { { "step", i }, { "kind", stepKindName( scenario_.steps[i] ) } } );
-   }
-   out["steps"] = steps;
-   return out;
 }
 
 }  // namespace natsim

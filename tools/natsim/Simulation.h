@@ -2,10 +2,13 @@
 
 // Plays a scenario: builds the platform, loads the plug-in, creates its mounter and
 // starts it, then plays every step, running the event loop until it is idle after each,
-// and collects what happened into the result document.
+// and records what happened (Records.h) for the result document and the readable report.
 //
 // Every record carries the index of the step that caused it; records made while the
-// agent starts, before the first step, carry -1.
+// agent starts, before the first step, carry -1. The SDK journal is taken off the
+// platform when each step ends: its calls are counted into the step's record, and the
+// ones the options keep are written to a spool as JSON text, so that memory does not grow
+// with the journal.
 //
 // A restart step destroys the agent as a crash does (every plug-in object, the TCAM
 // managers and the chip-common data) and starts it again by a hitless restart on the
@@ -18,16 +21,18 @@
 //
 // A server goes on after the scenario: followRealTime() hands the clock over to real
 // time, and playOne() plays one step more at a time. From then on records are kept only
-// while a step plays; what timers do between steps is not recorded.
+// while a step plays, and only until its answer is made; what timers do between steps
+// is not recorded.
 
-#include <nlohmann/json.hpp>
-
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "platform/agent/AgentCommand.h"
 #include "platform/agent/MounterBase.h"
+#include "tools/natsim/JournalSpool.h"
+#include "tools/natsim/Records.h"
 #include "tools/natsim/Scenario.h"
 #include "tools/natsim/SimPlatform.h"
 #include "tools/natsim/Upstream.h"
@@ -40,29 +45,35 @@ struct Options {
    // The type names of the plug-in's mounter and command callback.
    std::string mounterType = "Corvane::NatMounter";
    std::string callbackType = "Corvane::NatCliCallback";
+   // The journal calls the result keeps (all of them by default).
+   JournalFilter journal;
 };
 
 class Simulation {
 public:
-   typedef nlohmann::ordered_json Json;
-
    Simulation( Scenario scenario, Options options );
    ~Simulation();
 
    // Builds the platform and starts the plug-in. False, with the reason, when the
    // plug-in cannot be loaded or does not register its mounter type.
    bool start( std::string* error );
-   // Plays every step, then refreshes capacity once more.
-   void play();
-   Json result() const;
+   // Plays every step, then refreshes capacity once more. `progress`, when given, is
+   // called after each step with the number of steps played.
+   void play( std::function<void( std::size_t )> const& progress = nullptr );
+
+   // What the run recorded, and the journal records it kept (null when it keeps none).
+   Records const& records() const { return records_; }
+   JournalSpool const* journal() const { return journal_.get(); }
 
    // After play(): the clock follows real time from where the scenario left it.
    void followRealTime();
    // Plays `step` after the steps played so far, with the next index. Returns what it
-   // recorded: {"step": index, "kind": name, "answers": [...], "events": [...],
-   // "journal": [...], "show": [...], "packets": [...], "problems": [...]}, each array
-   // the result document's array restricted to this step's records.
-   Json playOne( Step step );
+   // recorded as one line of JSON (without the newline): {"step": index, "kind": name,
+   // "answers": [...], "events": [...], "journal": [...], "show": [...], "packets":
+   // [...], "problems": [...]}, each array the result document's array restricted to
+   // this step's records (the journal as the options keep it). The records are not
+   // kept after that, so that a server's memory stays flat.
+   std::string playOne( Step const& step );
 
    // The scenario's chip (a step read alone takes its defaults from it).
    ChipConfig const& chip() const { return scenario_.chip; }
@@ -70,6 +81,7 @@ public:
    // After start(): the platform and the plug-in's mounter, for tests that check what
    // the plug-in holds.
    SimPlatform& platform() { return *platform_; }
+   SimPlatform const& platform() const { return *platform_; }
    CorvaneLib::MounterBase* mounter() const { return mounter_.ptr(); }
    // The plug-in's command callback; null when the plug-in offers none.
    Agent::AgentCommandCallback* commandCallback() const { return callback_.ptr(); }
@@ -82,16 +94,17 @@ private:
    void restart();
    // Ends the hitless-init phase once the agent is ready and the replay answered.
    void restartEndIfDone();
-   void playStep( std::size_t index );
+   // Plays one step with the given index; its kept journal records go to the spool, or
+   // to `*keptJournal` when it is given (see takeJournal()).
+   void playStep( Step const& step, int index, std::string* keptJournal = nullptr );
+   // Takes the calls made since the last time off the platform's journal: counts them
+   // into the current step's record and appends the kept ones, as JSON text, to the
+   // spool, or to `*kept` (separated by commas) when it is given.
+   void takeJournal( std::string* kept = nullptr );
    void problem( std::string message );
    void packet( PacketStep const& step );
    void show( ShowStep const& step );
    void verify( VerifyStep const& step );
-   Json chipResult() const;
-   Json capacityResult() const;
-   Json hitCountResult() const;
-   Json journalResult() const;
-   Json journalRecords( std::size_t first, std::size_t end, int step ) const;
    void recordingIs( bool recording );
 
    Scenario scenario_;
@@ -101,17 +114,14 @@ private:
    CorvaneLib::MounterBase::Ptr mounter_;
    Agent::AgentCommandCallback::Ptr callback_;
    int step_ = -1;
+   // The index the next served step gets.
+   std::size_t nextIndex_ = 0;
    // True from a restart step until its hitless-init phase has ended.
    bool restarting_ = false;
    // False: log events, answers and SDK calls are not recorded.
    bool recording_ = true;
-   Json answers_ = Json::array();
-   Json events_ = Json::array();
-   Json show_ = Json::array();
-   Json packets_ = Json::array();
-   Json problems_ = Json::array();
-   // Journal position where each step's calls begin (index 0 for step 0, ...).
-   std::vector<std::size_t> journalStart_;
+   Records records_;
+   std::unique_ptr<JournalSpool> journal_;
 };
 
 }  // namespace natsim

@@ -4,12 +4,17 @@
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <iostream>
 #include <memory>
 
 #include "platform/fwk/Trace.h"
 #include "tools/natsim/Client.h"
+#include "tools/natsim/Progress.h"
 #include "tools/natsim/Report.h"
+#include "tools/natsim/ResultText.h"
 #include "tools/natsim/Scenario.h"
 #include "tools/natsim/Server.h"
 #include "tools/natsim/Simulation.h"
@@ -41,6 +46,17 @@ int main( int argc, char** argv ) {
    natsim::Options options;
    options.pluginPath = defaultPluginPath();
    app.add_flag( "--json", json, "print the result as a JSON document" );
+   std::string journal = "all";
+   app.add_option( "--journal", journal,
+                   "the SDK and entry-manager calls the result's journal keeps: all, "
+                   "none, or call names separated by commas (a name ending in * keeps "
+                   "every call it starts); the step table counts every call" )
+       ->capture_default_str();
+   std::string journalFile;
+   app.add_option( "--journal-file", journalFile,
+                   "write the journal to this file (a JSON array) instead of into the "
+                   "result; without --json the journal is written only with this "
+                   "option" );
    app.add_option( "--trace", trace, "trace setting, e.g. ApiCorvane/0,4,8 (to stderr)" );
    app.add_option( "--plugin", options.pluginPath, "the plug-in library to load" )
        ->capture_default_str();
@@ -101,9 +117,27 @@ int main( int argc, char** argv ) {
    if ( !trace.empty() ) {
       Fwk::traceSettingIs( trace );
    }
+   std::string problem;
+   if ( !natsim::JournalFilter::parse( journal, &options.journal, &problem ) ) {
+      std::cerr << "natsim: --journal: " << problem << "\n";
+      return 2;
+   }
+   // The tables show no journal: keep it only for a file or a server's answers.
+   if ( !json && journalFile.empty() && !serve->parsed() ) {
+      options.journal = natsim::JournalFilter::none();
+   }
+   std::ofstream journalOut;
+   if ( !journalFile.empty() ) {
+      journalOut.open( journalFile );
+      if ( !journalOut ) {
+         std::cerr << "natsim: --journal-file: cannot write " << journalFile << " ("
+                   << std::strerror( errno ) << ")\n";
+         return 2;
+      }
+   }
+   std::size_t const stepCount = scenario.steps.size();
 
    natsim::Simulation simulation( std::move( scenario ), options );
-   std::string problem;
    if ( !simulation.start( &problem ) ) {
       std::cerr << "natsim: " << problem << "\n";
       return 1;
@@ -118,12 +152,23 @@ int main( int argc, char** argv ) {
          return 1;
       }
    }
-   simulation.play();
-   auto result = simulation.result();
+   {
+      natsim::Progress progress( stepCount );
+      simulation.play( [&progress]( std::size_t played ) { progress.played( played ); } );
+   }
+   if ( journalOut.is_open() ) {
+      natsim::writeJournal( journalOut, simulation );
+      journalOut.close();
+      if ( !journalOut ) {
+         std::cerr << "natsim: --journal-file: cannot write " << journalFile << "\n";
+         return 1;
+      }
+   }
    if ( json ) {
-      std::cout << result.dump( 2 ) << "\n";
+      natsim::writeResult( std::cout, simulation, journalFile.empty() );
    } else {
-      std::cout << "natsim: played " << name << "\n" << natsim::readableReport( result );
+      std::cout << "natsim: played " << name << "\n";
+      natsim::writeReport( std::cout, simulation );
    }
    std::cout << std::flush;
    if ( !server ) {

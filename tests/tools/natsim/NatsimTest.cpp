@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <fstream>
+
 #include "NatsimProcess.h"
 
 namespace {
@@ -61,6 +63,61 @@ TEST( Natsim, PlaysAScenarioThroughAPlugInIntoTheResultDocument ) {
    EXPECT_EQ( result["show"][1]["output"], "[]" );
    EXPECT_TRUE( result["chip"][0]["entries"].empty() ) << "the removed rule's entry";
    EXPECT_TRUE( result["problems"].empty() );
+}
+
+// The journal the result keeps (all, none, some calls, or into a file of its own), and
+// the step table, which counts every call whatever is kept.
+TEST( Natsim, KeepsTheJournalAsAskedAndTheTablesCountEveryCall ) {
+   NatsimProcess::TempDir const dir;
+   std::string const file = dir.path() + "/scenario.json";
+   std::ofstream( file ) << R"({"steps": [
+      {"natRule": {"uid": 1, "key": {"type": 1, "srcOld": "10.0.0.1", "srcNew": "1.1.1.1"}}},
+      {"natRule": {"uid": 2, "key": {"type": 2, "dstOld": "1.1.1.2", "dstNew": "10.0.0.2"}}}
+      ]})";
+   auto run = [&]( std::string const& args ) {
+      return NatsimProcess::natsimIn( dir, "run " + file + " " + args );
+   };
+   Outcome const all = run( "--json" );
+   ASSERT_EQ( all.status, 0 ) << all.err;
+   nlohmann::json const journal = nlohmann::json::parse( all.out )["journal"];
+   ASSERT_GT( journal.size(), 10u );
+
+   nlohmann::json some = nlohmann::json::array();
+   for ( auto const& call : journal ) {
+      std::string const name = call["call"];
+      if ( name == "getEntry" || name.rfind( "bcm_field_action_", 0 ) == 0 ) {
+         some.push_back( call );
+      }
+   }
+   Outcome const kept = run( "--json --journal getEntry,bcm_field_action_*" );
+   EXPECT_EQ( nlohmann::json::parse( kept.out )["journal"], some );
+   Outcome const none = run( "--json --journal none" );
+   EXPECT_EQ( nlohmann::json::parse( none.out )["journal"], nlohmann::json::array() );
+
+   Outcome const toFile = run( "--json --journal-file " + dir.path() + "/journal.json" );
+   ASSERT_EQ( toFile.status, 0 ) << toFile.err;
+   EXPECT_EQ( nlohmann::json::parse( toFile.out )["journal"], nlohmann::json::array() );
+   EXPECT_EQ(
+       nlohmann::json::parse( NatsimProcess::readFile( dir.path() + "/journal.json" ) ),
+       journal );
+
+   Outcome const tables = run( "" );
+   EXPECT_NE( tables.out.find( "natsim: " + std::to_string( journal.size() ) +
+                               " SDK and entry-manager calls" ),
+              std::string::npos )
+       << tables.out;
+   EXPECT_NE(
+       tables.out.find( "  1 natRule  answer uid 2 module 1: 1  no entry  (0 calls)" ),
+       std::string::npos )
+       << "a destination rule without VLANs is answered without an entry\n"
+       << tables.out;
+
+   Outcome const bad = run( "--journal getEntries" );
+   EXPECT_EQ( bad.status, 2 );
+   EXPECT_NE(
+       bad.err.find( "--journal: \"getEntries\" is not a call the journal records" ),
+       std::string::npos )
+       << bad.err;
 }
 
 TEST( Natsim, ExplainsAPlugInWithoutTheMounterType ) {

@@ -1,0 +1,306 @@
+#include "tools/natsim/ResultText.h"
+
+#include "platform/chip/ChipModel.h"
+#include "tools/natsim/JsonText.h"
+#include "tools/natsim/Simulation.h"
+
+namespace natsim {
+
+namespace {
+
+void appendActions( std::string& out, std::vector<Chip::ActionRecord> const& actions ) {
+   out += '[';
+   for ( std::size_t i = 0; i < actions.size(); ++i ) {
+      out += i ? ",[" : "[";
+      appendJsonString( out, Chip::actionName( actions[i].action ) );
+      out += ',';
+      appendJsonNumber( out, actions[i].param0 );
+      out += ',';
+      appendJsonNumber( out, actions[i].param1 );
+      out += ']';
+   }
+   out += ']';
+}
+
+void append( std::string& out, AnswerRecord const& r ) {
+   ObjectText( out )
+       .number( "step", r.step )
+       .number( "module", r.module )
+       .number( "uid", r.uid )
+       .number( "result", r.result )
+       .number( "field", r.field );
+}
+
+void append( std::string& out, EventRecord const& r ) {
+   ObjectText( out )
+       .number( "step", r.step )
+       .text( "name", r.name )
+       .text( "message", r.message );
+}
+
+void append( std::string& out, ShowRecord const& r ) {
+   ObjectText( out )
+       .number( "step", r.step )
+       .text( "output", r.output )
+       .number( "slices", r.slices );
+}
+
+void append( std::string& out, PacketRecord const& r ) {
+   ObjectText record( out );
+   record.number( "step", r.step )
+       .number( "unit", r.unit )
+       .number( "entry", r.entry )
+       .text( "description", r.description );
+   appendActions( record.key( "actions" ), r.actions );
+}
+
+void append( std::string& out, ProblemRecord const& r ) {
+   ObjectText( out ).number( "step", r.step ).text( "message", r.message );
+}
+
+// Writes text to the stream once a good amount has gathered.
+class Buffered {
+public:
+   explicit Buffered( std::ostream& out ) : out_( out ) {}
+   ~Buffered() { flush(); }
+   std::string& text() { return text_; }
+   void maybeFlush() {
+      if ( text_.size() >= ( 1u << 16 ) ) {
+         flush();
+      }
+   }
+   void flush() {
+      out_.write( text_.data(), std::streamsize( text_.size() ) );
+      text_.clear();
+   }
+
+private:
+   std::ostream& out_;
+   std::string text_;
+};
+
+// "name": [ one element per line ], with `appendOne( text, index )` writing element
+// `index`.
+template <class AppendOne>
+void writeList( Buffered& out, char const* name, std::size_t count, AppendOne appendOne,
+                bool last = false ) {
+   std::string& text = out.text();
+   appendJsonString( text, name );
+   text += ": [";
+   for ( std::size_t i = 0; i < count; ++i ) {
+      text += i ? ",\n" : "\n";
+      appendOne( text, i );
+      out.maybeFlush();
+   }
+   text += count ? "\n]" : "]";
+   text += last ? "\n" : ",\n";
+}
+
+template <class Record>
+void writeRecords( Buffered& out, char const* name, std::vector<Record> const& records ) {
+   writeList( out, name, records.size(),
+              [&]( std::string& text, std::size_t i ) { append( text, records[i] ); } );
+}
+
+void appendEntry( std::string& out, Chip::FpEntry const& entry ) {
+   ObjectText record( out );
+   record.number( "id", entry.id() )
+       .number( "group", entry.group() )
+       .number( "priority", entry.priority() )
+       .boolean( "installed", entry.installed() )
+       .number( "hits", entry.hits() )
+       .text( "description", entry.description() );
+   {
+      ObjectText qualifiers( record.key( "qualifiers" ) );
+      for ( Chip::Qualifier q : entry.qualifiers() ) {
+         appendJsonArgs( qualifiers.key( Chip::qualifierName( q ) ),
+                         entry.qualifierArgs( q ) );
+      }
+   }
+   appendActions( record.key( "actions" ), entry.actions() );
+}
+
+void appendRow( std::string& out, Chip::Table const& table, unsigned row ) {
+   ObjectText fields( out );
+   for ( auto const& field : table.reportedFields( row ) ) {
+      fields.number( field.first.c_str(), field.second );
+   }
+}
+
+// The memories or the registers of a unit: {"NAME": {"row": {fields}}} for memories,
+// {"NAME": {fields}} for registers (their one row).
+void appendTables( std::string& out, Chip::ChipUnit const& unit, bool registers ) {
+   ObjectText tables( out );
+   for ( unsigned t = 0; t < Chip::tableCount; ++t ) {
+      Chip::Table const& table = unit.table( static_cast<Chip::TableId>( t ) );
+      if ( table.rowsWritten().empty() || table.layout().isRegister != registers ) {
+         continue;
+      }
+      std::string& value = tables.key( table.name() );
+      if ( registers ) {
+         appendRow( value, table, *table.rowsWritten().begin() );
+         continue;
+      }
+      ObjectText rows( value );
+      for ( unsigned row : table.rowsWritten() ) {
+         appendRow( rows.key( std::to_string( row ) ), table, row );
+      }
+   }
+}
+
+void writeUnit( Buffered& out, int unitNumber, Chip::ChipUnit const& unit ) {
+   std::string& text = out.text();
+   text += "{\"unit\":";
+   appendJsonNumber( text, unitNumber );
+   text += ",\n";
+   std::vector<U32> const ids = unit.fieldProcessor().entryIds();
+   writeList( out, "entries", ids.size(), [&]( std::string& line, std::size_t i ) {
+      appendEntry( line, *unit.fieldProcessor().entry( ids[i] ) );
+   } );
+   text += "\"memories\":";
+   appendTables( text, unit, false );
+   text += ",\n\"registers\":";
+   appendTables( text, unit, true );
+   text += ",\n\"switchControls\":";
+   {
+      ObjectText controls( text );
+      for ( auto const& control : unit.switchControls() ) {
+         controls.number( Chip::switchControlName( control.first ), control.second );
+      }
+   }
+   text += "}";
+}
+
+void writeChip( Buffered& out, SimPlatform const& platform ) {
+   Chip::ChipModel const& chip = platform.chip();
+   std::vector<int> const units = chip.units();
+   out.text() += "\"chip\": [";
+   for ( std::size_t i = 0; i < units.size(); ++i ) {
+      out.text() += i ? ",\n" : "\n";
+      writeUnit( out, units[i], *chip.unit( units[i] ) );
+   }
+   out.text() += units.empty() ? "],\n" : "\n],\n";
+}
+
+void writeCapacity( Buffered& out, SimPlatform const& platform ) {
+   std::vector<std::string> rows;
+   for ( auto const& row : platform.tableCapacity() ) {
+      std::string line;
+      ObjectText( line )
+          .text( "entry", row.first.entry() )
+          .text( "feature", row.first.feature() )
+          .text( "table", row.first.table() )
+          .text( "chip", row.first.chip() )
+          .number( "used", row.second.used )
+          .number( "free", row.second.free )
+          .number( "max", row.second.max );
+      rows.push_back( std::move( line ) );
+   }
+   writeList( out, "capacity", rows.size(),
+              [&]( std::string& text, std::size_t i ) { text += rows[i]; } );
+}
+
+void writeHitCounts( Buffered& out, SimPlatform const& platform ) {
+   std::vector<std::string> rows;
+   if ( auto status = platform.tcamHitCountStatus() ) {
+      for ( auto const& row : *status ) {
+         CorvaneNat::TcamHitCountKey const& key = row.first;
+         std::string line;
+         ObjectText( line )
+             .text( "srcAddr", key.srcAddr().stringValue() )
+             .number( "srcPort", key.srcPort() )
+             .text( "dstAddr", key.dstAddr().stringValue() )
+             .number( "dstPort", key.dstPort() )
+             .number( "proto", key.protocol() )
+             .number( "keyType", static_cast<U32>( key.keyType() ) )
+             .number( "hits", row.second );
+         rows.push_back( std::move( line ) );
+      }
+   }
+   writeList( out, "hitCounts", rows.size(),
+              [&]( std::string& text, std::size_t i ) { text += rows[i]; } );
+}
+
+}  // namespace
+
+void appendJournalRecord( std::string& out, int step, Chip::JournalRecord const& r ) {
+   ObjectText record( out );
+   record.number( "step", step ).text( "call", r.call ).number( "unit", r.unit );
+   if ( r.hasEntry ) {
+      record.number( "entry", r.entry );
+   }
+   appendJsonArgs( record.key( "args" ), r.args );
+   record.number( "rc", r.rc );
+}
+
+std::string stepAnswer( int step, Records const& records, Records::Marks const& marks,
+                        std::string const& journal ) {
+   std::string out;
+   auto list = [&out]( char const* name, auto const& all, std::size_t from ) {
+      out += ',';
+      appendJsonString( out, name );
+      out += ":[";
+      for ( std::size_t i = from; i < all.size(); ++i ) {
+         if ( i > from ) {
+            out += ',';
+         }
+         append( out, all[i] );
+      }
+      out += ']';
+   };
+   out += "{\"step\":";
+   appendJsonNumber( out, step );
+   out += ",\"kind\":";
+   appendJsonString( out, records.steps.back().kind );
+   list( "answers", records.answers, marks.answers );
+   list( "events", records.events, marks.events );
+   out += ",\"journal\":[" + journal + "]";
+   list( "show", records.shows, marks.shows );
+   list( "packets", records.packets, marks.packets );
+   list( "problems", records.problems, marks.problems );
+   out += '}';
+   return out;
+}
+
+void writeResult( std::ostream& stream, Simulation const& simulation, bool withJournal ) {
+   Records const& records = simulation.records();
+   Buffered out( stream );
+   out.text() += "{\n";
+   writeRecords( out, "answers", records.answers );
+   writeRecords( out, "events", records.events );
+   out.text() += "\"journal\": [";
+   JournalSpool const* journal = simulation.journal();
+   if ( withJournal && journal && journal->records() ) {
+      out.text() += "\n";
+      out.flush();
+      journal->copyTo( stream );
+      out.text() += "\n";
+   }
+   out.text() += "],\n";
+   writeChip( out, simulation.platform() );
+   writeCapacity( out, simulation.platform() );
+   writeHitCounts( out, simulation.platform() );
+   writeRecords( out, "show", records.shows );
+   writeRecords( out, "packets", records.packets );
+   writeRecords( out, "problems", records.problems );
+   writeList(
+       out, "steps", records.steps.size(),
+       [&]( std::string& text, std::size_t i ) {
+          ObjectText( text ).number( "step", i ).text( "kind", records.steps[i].kind );
+       },
+       true );
+   out.text() += "}\n";
+}
+
+void writeJournal( std::ostream& stream, Simulation const& simulation ) {
+   JournalSpool const* journal = simulation.journal();
+   if ( !journal || !journal->records() ) {
+      stream << "[]\n";
+      return;
+   }
+   stream << "[\n";
+   journal->copyTo( stream );
+   stream << "\n]\n";
+}
+
+}  // namespace natsim
