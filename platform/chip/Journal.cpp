@@ -26,9 +26,14 @@ std::vector<JournalRecord> Journal::recordsFrom( std::size_t first ) const {
 }
 
 void Journal::recordIs( JournalRecord record ) {
-   if ( enabled_ ) {
-      records_.push_back( std::move( record ) );
+   if ( !enabled_ ) {
+      return;
    }
+   if ( sink_ ) {
+      sink_( record );
+      return;
+   }
+   records_.push_back( std::move( record ) );
 }
 
 Journal& journal() {

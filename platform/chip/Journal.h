@@ -8,9 +8,12 @@
 // the id it returned, 0 when the group was full), the remaining arguments and the
 // return code (entry-manager calls record 0). The journal starts enabled; a disabled
 // journal records nothing (benchmarks). size() lets a caller slice it per step.
+// A journal with a sink keeps nothing either: it hands each record to the sink as the
+// call is made (a long-running tool that writes records out as they come).
 // Like the agent, the journal is used from one thread.
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -42,12 +45,18 @@ public:
    // The records from `first` on (a step's calls, given the size before the step).
    std::vector<JournalRecord> recordsFrom( std::size_t first ) const;
 
-   // Appends a record when enabled.
+   // Appends a record when enabled, or hands it to the sink when there is one.
    void recordIs( JournalRecord record );
    void clear() { records_.clear(); }
 
+   typedef std::function<void( JournalRecord const& )> Sink;
+   // Null: records are kept again. The sink is called while the call is made; it must
+   // not make calls that are journaled.
+   void sinkIs( Sink sink ) { sink_ = std::move( sink ); }
+
 private:
    bool enabled_ = true;
+   Sink sink_;
    std::vector<JournalRecord> records_;
 };
 

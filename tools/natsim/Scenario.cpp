@@ -9,9 +9,11 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <iterator>
 #include <limits>
 #include <set>
+#include <unordered_set>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -665,18 +667,6 @@ Step readStep( json const& v, std::string const& path, ChipConfig const& chip ) 
                    " (known: " + joined( stepKindNames() ) + ")" );
 }
 
-std::vector<Step> readSteps( json const& v, std::string const& path,
-                             ChipConfig const& chip ) {
-   if ( !v.is_array() ) {
-      failKind( v, path, "an array" );
-   }
-   std::vector<Step> steps;
-   for ( std::size_t i = 0; i < v.size(); ++i ) {
-      steps.push_back( readStep( v[i], elementPath( path, i ), chip ) );
-   }
-   return steps;
-}
-
 // ---- Configuration
 
 // Module ids are the member names, in decimal.
@@ -724,46 +714,160 @@ NatConfig readNat( json const& v, std::string const& path ) {
    return c;
 }
 
+// The elements of a scenario's steps list, handed over one by one as the parser reads
+// them. A step is read at once when the chip it takes its defaults from (a rule's
+// modules are the chip's) came before the list in the document; otherwise it waits, as
+// JSON, until the whole document has been read.
+class StepStream {
+public:
+   explicit StepStream( json const& document ) : document_( document ) {}
+
+   void operator()( json& value, std::size_t index ) {
+      if ( fault_ ) {
+         return;  // only the first fault is reported
+      }
+      if ( !decided_ ) {
+         decided_ = true;
+         chip_ = chipBefore();
+      }
+      if ( !chip_ ) {
+         waiting_.push_back( std::move( value ) );
+         return;
+      }
+      try {
+         steps_.push_back( readStep( value, elementPath( "steps", index ), *chip_ ) );
+      } catch ( Fault const& fault ) {
+         fault_ = fault;
+      }
+   }
+
+   // Every step, read; throws the first faulty one's fault.
+   std::vector<Step> finish( ChipConfig const& chip ) {
+      for ( std::size_t i = 0; i < waiting_.size() && !fault_; ++i ) {
+         try {
+            steps_.push_back( readStep( waiting_[i], elementPath( "steps", i ), chip ) );
+         } catch ( Fault const& fault ) {
+            fault_ = fault;
+         }
+      }
+      if ( fault_ ) {
+         throw *fault_;
+      }
+      return std::move( steps_ );
+   }
+
+private:
+   // The chip of the document, when its member came before the steps and is valid.
+   std::optional<ChipConfig> chipBefore() const {
+      if ( !document_.is_object() ) {
+         return std::nullopt;
+      }
+      auto const chip = document_.find( "chip" );
+      if ( chip == document_.end() ) {
+         return std::nullopt;
+      }
+      try {
+         return readChip( *chip, "chip" );
+      } catch ( Fault const& ) {
+         return std::nullopt;  // reported where the chip is read in turn
+      }
+   }
+
+   json const& document_;
+   bool decided_ = false;
+   std::optional<ChipConfig> chip_;
+   std::vector<Step> steps_;
+   std::vector<json> waiting_;
+   std::optional<Fault> fault_;
+};
+
 // The chip is read before the steps, whatever the members' order: a rule's default
-// modules are the chip's.
-Scenario readScenario( json const& document ) {
+// modules are the chip's. The steps list was handed to `stream` as it was read.
+Scenario readScenario( json const& document, StepStream& stream ) {
    Record const r( document, "", { "agent", "chip", "nat", "steps" } );
    Scenario s;
    r.optional( "agent", &s.agent, readString );
    r.optional( "chip", &s.chip, readChip );
    r.optional( "nat", &s.nat, readNat );
    if ( json const* steps = r.find( "steps" ) ) {
-      s.steps = readSteps( *steps, "steps", s.chip );
+      if ( !steps->is_array() ) {
+         failKind( *steps, "steps", "an array" );
+      }
+      s.steps = stream.finish( s.chip );
    }
    return s;
 }
 
 // ---- The document
 
-// Watches the parser for a member given twice in one object, which the parser itself
-// would keep silently (the last one wins). Records the first such member.
-class DuplicateFinder {
+// Builds the document as the parser's own reader does, and watches for a member given
+// twice in one object, which that reader would keep silently (the last one wins).
+// Records the first such member. (The parser's callback reader would do the same, but
+// it searches the enclosing array after every object, which makes a long list of steps
+// quadratic.)
+//
+// With a step handler, the elements of the document's "steps" list are not kept in the
+// document (its list stays empty): each is built on its own and handed to the handler
+// with its index as soon as it ends, so that a long scenario is never held as a whole.
+class DocumentReader {
 public:
-   bool onEvent( json::parse_event_t event, json const& parsed ) {
-      switch ( event ) {
-         case json::parse_event_t::object_start:
-         case json::parse_event_t::array_start:
-            elementStarts();
-            levels_.emplace_back();
-            levels_.back().array = event == json::parse_event_t::array_start;
-            break;
-         case json::parse_event_t::object_end:
-         case json::parse_event_t::array_end:
-            levels_.pop_back();
-            break;
-         case json::parse_event_t::key:
-            keyStarts( parsed.get<std::string>() );
-            break;
-         case json::parse_event_t::value:
-            elementStarts();
-            break;
-      }
-      return true;
+   typedef std::function<void( json&, std::size_t )> StepHandler;
+
+   explicit DocumentReader( json& document, StepHandler onStep = nullptr )
+       : dom_( document, true ), onStep_( std::move( onStep ) ) {}
+
+   bool null() {
+      elementStarts();
+      return dom().null() && valueEnds();
+   }
+   bool boolean( bool v ) {
+      elementStarts();
+      return dom().boolean( v ) && valueEnds();
+   }
+   bool number_integer( json::number_integer_t v ) {
+      elementStarts();
+      return dom().number_integer( v ) && valueEnds();
+   }
+   bool number_unsigned( json::number_unsigned_t v ) {
+      elementStarts();
+      return dom().number_unsigned( v ) && valueEnds();
+   }
+   bool number_float( json::number_float_t v, json::string_t const& text ) {
+      elementStarts();
+      return dom().number_float( v, text ) && valueEnds();
+   }
+   bool string( json::string_t& v ) {
+      elementStarts();
+      return dom().string( v ) && valueEnds();
+   }
+   bool binary( json::binary_t& v ) {
+      elementStarts();
+      return dom().binary( v ) && valueEnds();
+   }
+   bool start_object( std::size_t n ) {
+      levelStarts( false );
+      return dom().start_object( n );
+   }
+   bool key( json::string_t& k ) {
+      keyStarts( k );
+      return dom().key( k );
+   }
+   bool end_object() {
+      levels_.pop_back();
+      return dom().end_object() && valueEnds();
+   }
+   bool start_array( std::size_t n ) {
+      levelStarts( true );
+      return dom().start_array( n );
+   }
+   bool end_array() {
+      levels_.pop_back();
+      return dom().end_array() && valueEnds();
+   }
+   template <class Exception>
+   bool parse_error( std::size_t position, std::string const& token,
+                     Exception const& e ) {
+      return dom().parse_error( position, token, e );
    }
 
    std::optional<Fault> const& duplicate() const { return duplicate_; }
@@ -771,15 +875,43 @@ public:
 private:
    struct Level {
       bool array = false;
+      // The document's "steps" list, whose elements go to the step handler.
+      bool steps = false;
       std::size_t elements = 0;  // array: elements begun so far
       std::string key;           // object: the member being read
-      std::set<std::string> keys;
+      std::unordered_set<std::string> keys;
    };
 
+   nlohmann::detail::json_sax_dom_parser<json>& dom() { return step_ ? *step_ : dom_; }
+
+   // A value begins: an element of the steps list gets a document of its own.
    void elementStarts() {
-      if ( !levels_.empty() && levels_.back().array ) {
-         ++levels_.back().elements;
+      if ( levels_.empty() || !levels_.back().array ) {
+         return;
       }
+      ++levels_.back().elements;
+      if ( levels_.back().steps ) {
+         stepValue_ = json();
+         step_.emplace( stepValue_, true );
+      }
+   }
+
+   // A value has ended: an element of the steps list goes to the handler.
+   bool valueEnds() {
+      if ( step_ && levels_.back().steps ) {
+         step_.reset();
+         onStep_( stepValue_, levels_.back().elements - 1 );
+      }
+      return true;
+   }
+
+   void levelStarts( bool array ) {
+      elementStarts();
+      bool const steps = array && onStep_ && levels_.size() == 1 && !levels_[0].array &&
+                         levels_[0].key == "steps";
+      levels_.emplace_back();
+      levels_.back().array = array;
+      levels_.back().steps = steps;
    }
 
    void keyStarts( std::string const& key ) {
@@ -801,6 +933,11 @@ private:
       return path;
    }
 
+   nlohmann::detail::json_sax_dom_parser<json> dom_;
+   StepHandler onStep_;
+   // The element of the steps list being built, and its builder.
+   json stepValue_;
+   std::optional<nlohmann::detail::json_sax_dom_parser<json>> step_;
    std::vector<Level> levels_;
    std::optional<Fault> duplicate_;
 };
@@ -1062,30 +1199,32 @@ std::string ScenarioError::what() const {
 namespace {
 
 // Parses `text` as JSON and reads the document with `read`, turning the first fault
-// into `*error`.
+// into `*error`. `read` gets the document and, when `streamSteps`, the stream its steps
+// list went to.
 template <class Read>
-bool parseWith( std::string const& text, ScenarioError* error, Read read ) {
+bool parseWith( std::string const& text, ScenarioError* error, Read read,
+                bool streamSteps = false ) {
    if ( auto const fault = textFault( text ) ) {
       *error = *fault;
       return false;
    }
-   DuplicateFinder finder;
    json document;
+   StepStream steps( document );
+   DocumentReader reader( document, streamSteps
+                                        ? DocumentReader::StepHandler( std::ref( steps ) )
+                                        : nullptr );
    try {
-      document =
-          json::parse( text, [&finder]( int, json::parse_event_t event, json& parsed ) {
-             return finder.onEvent( event, parsed );
-          } );
+      json::sax_parse( text, &reader );
    } catch ( json::exception const& e ) {
       *error = parseFault( text, e );
       return false;
    }
-   if ( finder.duplicate() ) {
-      *error = ScenarioError{ finder.duplicate()->path, finder.duplicate()->message };
+   if ( reader.duplicate() ) {
+      *error = ScenarioError{ reader.duplicate()->path, reader.duplicate()->message };
       return false;
    }
    try {
-      read( document );
+      read( document, steps );
    } catch ( Fault const& fault ) {
       *error = ScenarioError{ fault.path, fault.message };
       return false;
@@ -1096,13 +1235,17 @@ bool parseWith( std::string const& text, ScenarioError* error, Read read ) {
 }  // namespace
 
 bool parseScenario( std::string const& text, Scenario* out, ScenarioError* error ) {
-   return parseWith( text, error,
-                     [out]( json const& document ) { *out = readScenario( document ); } );
+   return parseWith(
+       text, error,
+       [out]( json const& document, StepStream& steps ) {
+          *out = readScenario( document, steps );
+       },
+       true );
 }
 
 bool parseStep( std::string const& text, ChipConfig const& chip, Step* out,
                 ScenarioError* error ) {
-   return parseWith( text, error, [out, &chip]( json const& document ) {
+   return parseWith( text, error, [out, &chip]( json const& document, StepStream& ) {
       *out = readStep( document, "", chip );
    } );
 }

@@ -91,6 +91,7 @@ Simulation::Simulation( Scenario scenario, Options options )
 
 Simulation::~Simulation() {
    Fwk::logSinkIs( nullptr );
+   Chip::journal().sinkIs( nullptr );
    // The plug-in's objects go before the platform they run on.
    callback_ = nullptr;
    mounter_ = nullptr;
@@ -104,6 +105,8 @@ bool Simulation::start( std::string* error ) {
    if ( !options_.journal.keepsNone() ) {
       journal_ = std::make_unique<JournalSpool>();
    }
+   Chip::journal().sinkIs(
+       [this]( Chip::JournalRecord const& record ) { journalCall( record ); } );
    Fwk::logSinkIs( [this]( Fwk::LogRecord const& record ) {
       if ( recording_ ) {
          records_.events.push_back( { step_, record.name, record.message } );
@@ -135,7 +138,6 @@ bool Simulation::agentStart( std::string* error ) {
        Agent::entityFromType( options_.callbackType, "natCli" ) );
    mounter_->doInit();
    platform_->loop().runUntilIdle();
-   takeJournal();
    return true;
 }
 
@@ -152,49 +154,42 @@ void Simulation::play( std::function<void( std::size_t )> const& progress ) {
    scenario_.steps = std::vector<Step>();
    Hardware::Capacity::CapacityHelperSm::refreshAll();
    platform_->loop().runUntilIdle();
-   takeJournal();
 }
 
-void Simulation::playStep( Step const& step, int index, std::string* keptJournal ) {
+void Simulation::playStep( Step const& step, int index ) {
    step_ = index;
    records_.steps.emplace_back( stepKindName( step ) );
    std::visit( StepPlayer{ *this }, step );
    platform_->loop().runUntilIdle();
    restartEndIfDone();
-   takeJournal( keptJournal );
 }
 
-void Simulation::takeJournal( std::string* kept ) {
-   Chip::Journal& journal = Chip::journal();
-   if ( journal.size() == 0 ) {
-      return;
-   }
+void Simulation::journalCall( Chip::JournalRecord const& record ) {
    StepRecord* const step = step_ < 0 ? nullptr : &records_.steps.back();
-   std::string text;
-   for ( Chip::JournalRecord const& record : journal.records() ) {
-      if ( step && record.call == "getEntry" ) {
+   ++records_.calls;
+   if ( !step ) {
+      ++records_.startCalls;
+   } else {
+      ++step->calls;
+      if ( record.call == "getEntry" ) {
          step->taken.push_back( record.entry );
-      } else if ( step && record.call == "releaseEntry" ) {
+      } else if ( record.call == "releaseEntry" ) {
          step->released.push_back( record.entry );
       }
-      if ( !options_.journal.keeps( record.call ) ) {
-         continue;
-      }
-      if ( kept ) {
-         if ( !kept->empty() ) {
-            kept->push_back( ',' );
-         }
-         appendJournalRecord( *kept, step_, record );
-      } else {
-         text.clear();
-         appendJournalRecord( text, step_, record );
-         journal_->append( text );
-      }
    }
-   U32 const calls = U32( journal.size() );
-   ( step ? step->calls : records_.startCalls ) += calls;
-   records_.calls += calls;
-   journal.clear();
+   if ( !options_.journal.keeps( record.call ) ) {
+      return;
+   }
+   if ( servedJournal_ ) {
+      if ( !servedJournal_->empty() ) {
+         servedJournal_->push_back( ',' );
+      }
+      appendJournalRecord( *servedJournal_, step_, record );
+      return;
+   }
+   journalText_.clear();
+   appendJournalRecord( journalText_, step_, record );
+   journal_->append( journalText_ );
 }
 
 void Simulation::restart() {
@@ -241,7 +236,9 @@ std::string Simulation::playOne( Step const& step ) {
    bool const recording = recording_;
    recordingIs( true );
    std::string journal;
-   playStep( step, index, &journal );
+   servedJournal_ = &journal;
+   playStep( step, index );
+   servedJournal_ = nullptr;
    recordingIs( recording );
 
    std::string line = stepAnswer( index, records_, marks, journal );

@@ -5,10 +5,10 @@
 // and records what happened (Records.h) for the result document and the readable report.
 //
 // Every record carries the index of the step that caused it; records made while the
-// agent starts, before the first step, carry -1. The SDK journal is taken off the
-// platform when each step ends: its calls are counted into the step's record, and the
-// ones the options keep are written to a spool as JSON text, so that memory does not grow
-// with the journal.
+// agent starts, before the first step, carry -1. The SDK journal's records are taken
+// from the platform as the calls are made: counted into the step's record, and the ones
+// the options keep written to a spool as JSON text, so that memory does not grow with
+// the journal.
 //
 // A restart step destroys the agent as a crash does (every plug-in object, the TCAM
 // managers and the chip-common data) and starts it again by a hitless restart on the
@@ -31,6 +31,7 @@
 
 #include "platform/agent/AgentCommand.h"
 #include "platform/agent/MounterBase.h"
+#include "platform/chip/Journal.h"
 #include "tools/natsim/JournalSpool.h"
 #include "tools/natsim/Records.h"
 #include "tools/natsim/Scenario.h"
@@ -94,13 +95,11 @@ private:
    void restart();
    // Ends the hitless-init phase once the agent is ready and the replay answered.
    void restartEndIfDone();
-   // Plays one step with the given index; its kept journal records go to the spool, or
-   // to `*keptJournal` when it is given (see takeJournal()).
-   void playStep( Step const& step, int index, std::string* keptJournal = nullptr );
-   // Takes the calls made since the last time off the platform's journal: counts them
-   // into the current step's record and appends the kept ones, as JSON text, to the
-   // spool, or to `*kept` (separated by commas) when it is given.
-   void takeJournal( std::string* kept = nullptr );
+   void playStep( Step const& step, int index );
+   // The journal's sink: counts a call into the current step's record and appends it,
+   // when kept, as JSON text to the spool, or to the served step's journal while a
+   // served step plays.
+   void journalCall( Chip::JournalRecord const& record );
    void problem( std::string message );
    void packet( PacketStep const& step );
    void show( ShowStep const& step );
@@ -122,6 +121,10 @@ private:
    bool recording_ = true;
    Records records_;
    std::unique_ptr<JournalSpool> journal_;
+   // While a served step plays: its kept journal records, separated by commas.
+   std::string* servedJournal_ = nullptr;
+   // A record's text on its way to the spool (kept to reuse its buffer).
+   std::string journalText_;
 };
 
 }  // namespace natsim
