@@ -2,7 +2,8 @@
 # Builds the release and m32 configurations, runs the benchmark programs of each with
 # JSON output (into build/<preset>/bench/, one file per benchmark family), and prints one
 # table of the quality goals: each goal, the measured value per configuration, its ratio
-# to the goal and whether it passes. `scripts/bench.sh release` (or m32) measures one
+# to the goal and whether it passes. natsim itself is measured end to end on generated
+# scenarios (scripts/bench_natsim.py; NATSIM_BENCH_RULES rules, default 100000). `scripts/bench.sh release` (or m32) measures one
 # configuration only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -15,7 +16,7 @@ reps="${BENCH_REPETITIONS:-3}"
 for preset in "${presets[@]}"; do
    echo "=== $preset"
    cmake --preset "$preset" >/dev/null
-   cmake --build --preset "$preset" --target natbench natbench_memory
+   cmake --build --preset "$preset" --target natbench natbench_memory natsim
    out="build/$preset/bench"
    mkdir -p "$out"
    rm -f "$out"/natbench*.json
@@ -30,6 +31,8 @@ for preset in "${presets[@]}"; do
    done
    "build/$preset/bin/natbench_memory" \
       --benchmark_out="$out/memory.json" --benchmark_out_format=json >/dev/null
+   python3 scripts/bench_natsim.py "build/$preset/bin/natsim" "$out/natsim.json" \
+      --rules "${NATSIM_BENCH_RULES:-100000}" --repetitions "$reps"
 done
 args=()
 for preset in "${presets[@]}"; do args+=( "$preset=build/$preset/bench" ); done

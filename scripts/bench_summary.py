@@ -2,7 +2,8 @@
 """Prints the table of the quality goals from the benchmark programs' JSON output.
 
 Usage: bench_summary.py PRESET=DIR [PRESET=DIR ...], where DIR holds the natbench*.json
-files (one per benchmark family) and memory.json of that configuration. Times are CPU
+files (one per benchmark family), memory.json and natsim.json (bench_natsim.py) of that
+configuration. Times are CPU
 times, of the fastest repetition where benchmarks were repeated; a ratio of at most 1
 meets the goal.
 """
@@ -64,7 +65,41 @@ def ratio_of(a, b):
     return a / b if a is not None and b else None
 
 
-def measures(runs, memory):
+def natsim_measures(m, natsim):
+    """natsim end to end (bench_natsim.py): per rule against the plug-in's commit, peak
+    memory, growth from N to 2N rules, restart against programming, tables against
+    --json."""
+    keys = ("natsim per rule", "natsim memory", "natsim linear time",
+            "natsim linear memory", "natsim restart", "natsim tables")
+    for key in keys:
+        m[key] = (None, "n/a")
+    if not natsim:
+        return
+    n = natsim["rules"]
+    plain, tables = natsim["json"], natsim["tables"]
+    restart, double = natsim["restart"], natsim["double"]
+    per_rule = plain["cpu_seconds"] / n
+    commit = m.get("commit per rule", (None, ""))[0]
+    if commit:
+        m["natsim per rule"] = (per_rule / commit, "%.2fx (%.2f / %.2f us)"
+                                % (per_rule / commit, per_rule * 1e6, commit * 1e6))
+    peak = plain["peak_bytes"] / 2 ** 20
+    m["natsim memory"] = (peak, "%.0f MB" % peak)
+    t = double["cpu_seconds"] / plain["cpu_seconds"]
+    m["natsim linear time"] = (t, "%.2fx (%.2f / %.2f s)" % (
+        t, double["cpu_seconds"], plain["cpu_seconds"]))
+    b = double["peak_bytes"] / plain["peak_bytes"]
+    m["natsim linear memory"] = (b, "%.2fx (%.0f / %.0f MB)" % (
+        b, double["peak_bytes"] / 2 ** 20, peak))
+    own = restart["cpu_seconds"] - plain["cpu_seconds"]
+    r = own / plain["cpu_seconds"]
+    m["natsim restart"] = (r, "%.2fx (%.2f / %.2f s)" % (r, own, plain["cpu_seconds"]))
+    tr = tables["cpu_seconds"] / plain["cpu_seconds"]
+    m["natsim tables"] = (tr, "%.2fx (%.2f / %.2f s)" % (
+        tr, tables["cpu_seconds"], plain["cpu_seconds"]))
+
+
+def measures(runs, memory, natsim):
     """name -> (value, text) per goal; value None when not measured."""
     m = {}
 
@@ -86,6 +121,12 @@ def measures(runs, memory):
 
     commit("Snat")
     commit("Dnapt4Vlan")
+    # The plug-in's cost of one rule, for natsim's goal: the mean of the source and the
+    # destination commit (a generated scenario holds both kinds).
+    costs = [seconds(b) for b in (find(runs, "BM_CommitSnat/1000"),
+                                  find(runs, "BM_CommitDnapt4Vlan/1000")) if b]
+    if len(costs) == 2:
+        m["commit per rule"] = (sum(costs) / 2, "")
 
     # Not goals: the loop's share of a commit (upstream's publishing left out).
     for kind in ("Snat", "Dnapt4Vlan"):
@@ -143,6 +184,7 @@ def measures(runs, memory):
             if pv and fv
             else "n/a",
         )
+    natsim_measures(m, natsim)
     return m
 
 
@@ -163,6 +205,13 @@ GOALS = [
     ("capacity", "capacity refresh < 1 us/entry", 1e-6, "max"),
     ("trap publish", "trap ACL publish / floor <= 1.5x", 1.5, "max"),
     ("trap republish", "trap ACL republish / floor <= 1.5x", 1.5, "max"),
+    ("natsim per rule", "natsim --json per rule / commit per rule <= 5x", 5.0, "max"),
+    ("natsim memory", "natsim --json peak memory (N rules) <= 400 MB", 400.0, "max"),
+    ("natsim linear time", "natsim 2N / N rules, CPU time <= 2.2x", 2.2, "max"),
+    ("natsim linear memory", "natsim 2N / N rules, peak memory <= 2.2x", 2.2, "max"),
+    ("natsim restart", "natsim restart of N rules / programming them <= 1.5x", 1.5,
+     "max"),
+    ("natsim tables", "natsim readable report / --json <= 1.2x", 1.2, "max"),
 ]
 
 
@@ -172,7 +221,11 @@ def main(argv):
         preset, _, folder = arg.partition("=")
         runs = load(*sorted(glob.glob(os.path.join(folder, "natbench*.json"))))
         memory = load(*glob.glob(os.path.join(folder, "memory.json")))
-        configs.append((preset, measures(runs, memory)))
+        natsim = None
+        if os.path.exists(os.path.join(folder, "natsim.json")):
+            with open(os.path.join(folder, "natsim.json")) as f:
+                natsim = json.load(f)
+        configs.append((preset, measures(runs, memory, natsim)))
 
     header = ["goal"]
     for preset, _ in configs:

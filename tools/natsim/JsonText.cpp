@@ -6,12 +6,23 @@ namespace natsim {
 
 namespace {
 
-// True when the text goes into a JSON string as it is: printable ASCII without quotes
-// or backslashes (almost every string natsim writes).
+// The bytes that go into a JSON string as they are: printable ASCII but quotes and
+// backslashes.
+struct PlainBytes {
+   bool plain[256] = {};
+   PlainBytes() {
+      for ( unsigned c = 0x20; c < 0x7f; ++c ) {
+         plain[c] = c != '"' && c != '\\';
+      }
+   }
+};
+
+// True when the text goes into a JSON string as it is (almost every string natsim
+// writes).
 bool plain( std::string_view text ) {
+   static PlainBytes const bytes;
    for ( char c : text ) {
-      unsigned char const u = static_cast<unsigned char>( c );
-      if ( u < 0x20 || u >= 0x7f || c == '"' || c == '\\' ) {
+      if ( !bytes.plain[static_cast<unsigned char>( c )] ) {
          return false;
       }
    }
@@ -22,9 +33,9 @@ bool plain( std::string_view text ) {
 
 void appendJsonString( std::string& out, std::string_view text ) {
    if ( plain( text ) ) {
-      out += '"';
+      out.push_back( '"' );
       out.append( text.data(), text.size() );
-      out += '"';
+      out.push_back( '"' );
       return;
    }
    out += nlohmann::json( std::string( text ) )
@@ -32,10 +43,10 @@ void appendJsonString( std::string& out, std::string_view text ) {
 }
 
 void appendJsonArgs( std::string& out, Chip::Args const& args ) {
-   out += '[';
+   out.push_back( '[' );
    for ( std::size_t i = 0; i < args.size(); ++i ) {
       if ( i > 0 ) {
-         out += ',';
+         out.push_back( ',' );
       }
       Chip::Arg const& arg = args[i];
       switch ( arg.kind ) {
@@ -54,7 +65,7 @@ void appendJsonArgs( std::string& out, Chip::Args const& args ) {
          }
       }
    }
-   out += ']';
+   out.push_back( ']' );
 }
 
 }  // namespace natsim

@@ -32,8 +32,8 @@ void appendJsonArgs( std::string& out, Chip::Args const& args );
 // The object is closed when the ObjectText goes.
 class ObjectText {
 public:
-   explicit ObjectText( std::string& out ) : out_( out ) { out_ += '{'; }
-   ~ObjectText() { out_ += '}'; }
+   explicit ObjectText( std::string& out ) : out_( out ) { out_.push_back( '{' ); }
+   ~ObjectText() { out_.push_back( '}' ); }
    ObjectText( ObjectText const& ) = delete;
    ObjectText& operator=( ObjectText const& ) = delete;
 
@@ -53,14 +53,18 @@ public:
       out_ += value ? "true" : "false";
       return *this;
    }
-   // Writes the member's name; the caller appends its value to the string next.
+   // Writes the member's name; the caller appends its value to the string next. Names
+   // are identifiers (natsim's own, the chip's field and table names, row numbers): they
+   // are written as they are.
    std::string& key( std::string_view name ) {
       if ( !first_ ) {
-         out_ += ',';
+         out_.push_back( ',' );
       }
       first_ = false;
-      appendJsonString( out_, name );
-      out_ += ':';
+      out_.push_back( '"' );
+      out_.append( name.data(), name.size() );
+      out_.push_back( '"' );
+      out_.push_back( ':' );
       return out_;
    }
 

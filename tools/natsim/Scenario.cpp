@@ -742,7 +742,7 @@ public:
    }
 
    // Every step, read; throws the first faulty one's fault.
-   std::vector<Step> finish( ChipConfig const& chip ) {
+   Steps finish( ChipConfig const& chip ) {
       for ( std::size_t i = 0; i < waiting_.size() && !fault_; ++i ) {
          try {
             steps_.push_back( readStep( waiting_[i], elementPath( "steps", i ), chip ) );
@@ -776,7 +776,7 @@ private:
    json const& document_;
    bool decided_ = false;
    std::optional<ChipConfig> chip_;
-   std::vector<Step> steps_;
+   Steps steps_;
    std::vector<json> waiting_;
    std::optional<Fault> fault_;
 };

@@ -9,6 +9,7 @@
 // default a scenario gets when it leaves the member out. Members a scenario must give
 // are marked "required" and start at zero.
 
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -201,11 +202,15 @@ char const* stepKindName( Step const& step );
 // Every step name, in the order of Step's alternatives.
 std::vector<char const*> const& stepKindNames();
 
+// A deque: a long list grows without moving the steps read so far, and gives back its
+// memory from the front as the steps are played.
+typedef std::deque<Step> Steps;
+
 struct Scenario {
    std::string agent = "Corvane";
    ChipConfig chip;
    NatConfig nat;
-   std::vector<Step> steps;
+   Steps steps;
 };
 
 // Where a scenario is wrong and what is wrong there. The path is the JSON path of the

@@ -143,15 +143,13 @@ bool Simulation::agentStart( std::string* error ) {
 
 void Simulation::play( std::function<void( std::size_t )> const& progress ) {
    records_.steps.reserve( scenario_.steps.size() );
-   for ( std::size_t i = 0; i < scenario_.steps.size(); ++i ) {
-      playStep( scenario_.steps[i], static_cast<int>( i ) );
+   // A step played goes: what the report needs of it is in its record.
+   for ( ; !scenario_.steps.empty(); scenario_.steps.pop_front() ) {
+      playStep( scenario_.steps.front(), static_cast<int>( nextIndex_++ ) );
       if ( progress ) {
-         progress( i + 1 );
+         progress( nextIndex_ );
       }
    }
-   nextIndex_ = scenario_.steps.size();
-   // The steps are played; what the report needs of them is in their records.
-   scenario_.steps = std::vector<Step>();
    Hardware::Capacity::CapacityHelperSm::refreshAll();
    platform_->loop().runUntilIdle();
 }

@@ -58,7 +58,8 @@ public:
    // Builds the platform and starts the plug-in. False, with the reason, when the
    // plug-in cannot be loaded or does not register its mounter type.
    bool start( std::string* error );
-   // Plays every step, then refreshes capacity once more. `progress`, when given, is
+   // Plays every step, dropping each once played, then refreshes capacity once more.
+   // `progress`, when given, is
    // called after each step with the number of steps played.
    void play( std::function<void( std::size_t )> const& progress = nullptr );
 
