@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <unordered_map>
 
+#include "platform/fwk/ActivityLock.h"
+
 namespace Bench {
 
 NatBench::NatBench( natsim::NatConfig const& nat, bool journal,
@@ -279,86 +281,98 @@ Replay::Replay( std::vector<Chip::JournalRecord> const& records, Shim::Sdk const
    }
 }
 
+int Replay::sdkCall( Op const& op, U32 e, Shim::Sdk& sdk ) {
+   switch ( op.kind ) {
+      case qMyStationHit:
+         return sdk.bcm_field_qualify_MyStationHit( op.unit, e, U8( op.a ), U8( op.b ) );
+      case qSrcClassField:
+         return sdk.bcm_field_qualify_SrcClassField( op.unit, e, op.a, op.b );
+      case qSrcIp:
+         return sdk.bcm_field_qualify_SrcIp( op.unit, e, op.a, op.b );
+      case qDstIp:
+         return sdk.bcm_field_qualify_DstIp( op.unit, e, op.a, op.b );
+      case qL4SrcPort:
+         return sdk.bcm_field_qualify_L4SrcPort( op.unit, e, U16( op.a ), U16( op.b ) );
+      case qL4DstPort:
+         return sdk.bcm_field_qualify_L4DstPort( op.unit, e, U16( op.a ), U16( op.b ) );
+      case qIpProtocol:
+         return sdk.bcm_field_qualify_IpProtocol( op.unit, e, U8( op.a ), U8( op.b ) );
+      case qTcpControl:
+         return sdk.bcm_field_qualify_TcpControl( op.unit, e, U8( op.a ), U8( op.b ) );
+      case qL3Ingress:
+         return sdk.bcm_field_qualify_L3Ingress( op.unit, e, op.a, op.b );
+      case qOpaqueObject1:
+         return sdk.bcm_field_qualify_OpaqueObject1( op.unit, e, op.a, op.b );
+      case qIpFrag:
+         return sdk.bcm_field_qualify_IpFrag( op.unit, e, int( op.a ) );
+      case qExactMatch:
+         return sdk.bcm_field_qualify_ExactMatch( op.unit, e, op.a, op.c, op.b, op.text );
+      case actionAdd:
+         return sdk.bcm_field_action_add( op.unit, e, op.c, op.a, op.b );
+      case actionRemoveAll:
+         return sdk.bcm_field_action_remove_all( op.unit, e );
+      default:
+         return 0;
+   }
+}
+
+void Replay::entryManagerCall( Op const& op, U32 e,
+                               Corvane::CorvaneTcamEntryManager& em ) {
+   switch ( op.kind ) {
+      case getEntry: {
+         U32 const id =
+             em.getEntry( op.unit, texts_[op.text], CorvaneTcam::RequestKey() );
+         if ( op.slot != ~0u ) {
+            ids_[op.slot] = id;
+            held_[op.slot] = id != 0;
+         }
+         break;
+      }
+      case setPriority:
+         em.setPriorityForEntry( op.unit, e, op.c );
+         break;
+      case install:
+         em.installEntry( op.unit, e );
+         break;
+      case reinstall:
+         em.reinstallEntry( op.unit, e );
+         break;
+      case release:
+         em.releaseEntry( op.unit, e );
+         if ( op.slot != ~0u ) {
+            held_[op.slot] = false;
+         }
+         break;
+      case hits:
+         em.hitsForEntry( op.unit, e );
+         break;
+      default:
+         break;
+   }
+}
+
 void Replay::run( std::size_t first, std::size_t last, Shim::Sdk& sdk,
                   Corvane::CorvaneTcamEntryManager& em ) {
+   // The calls are made as a reaction makes them: under the activity lock, which the
+   // plug-in gives up around every SDK call.
+   Fwk::ActivityLock& lock = Fwk::ActivityLock::instance();
+   bool const taken = !lock.held();
+   if ( taken ) {
+      lock.take();
+   }
    int failed = 0;
    for ( std::size_t i = first; i < last; ++i ) {
       Op const& op = ops_[i];
       U32 const e = entry( op );
-      int rc = 0;
-      switch ( op.kind ) {
-         case qMyStationHit:
-            rc = sdk.bcm_field_qualify_MyStationHit( op.unit, e, U8( op.a ), U8( op.b ) );
-            break;
-         case qSrcClassField:
-            rc = sdk.bcm_field_qualify_SrcClassField( op.unit, e, op.a, op.b );
-            break;
-         case qSrcIp:
-            rc = sdk.bcm_field_qualify_SrcIp( op.unit, e, op.a, op.b );
-            break;
-         case qDstIp:
-            rc = sdk.bcm_field_qualify_DstIp( op.unit, e, op.a, op.b );
-            break;
-         case qL4SrcPort:
-            rc = sdk.bcm_field_qualify_L4SrcPort( op.unit, e, U16( op.a ), U16( op.b ) );
-            break;
-         case qL4DstPort:
-            rc = sdk.bcm_field_qualify_L4DstPort( op.unit, e, U16( op.a ), U16( op.b ) );
-            break;
-         case qIpProtocol:
-            rc = sdk.bcm_field_qualify_IpProtocol( op.unit, e, U8( op.a ), U8( op.b ) );
-            break;
-         case qTcpControl:
-            rc = sdk.bcm_field_qualify_TcpControl( op.unit, e, U8( op.a ), U8( op.b ) );
-            break;
-         case qL3Ingress:
-            rc = sdk.bcm_field_qualify_L3Ingress( op.unit, e, op.a, op.b );
-            break;
-         case qOpaqueObject1:
-            rc = sdk.bcm_field_qualify_OpaqueObject1( op.unit, e, op.a, op.b );
-            break;
-         case qIpFrag:
-            rc = sdk.bcm_field_qualify_IpFrag( op.unit, e, int( op.a ) );
-            break;
-         case qExactMatch:
-            rc =
-                sdk.bcm_field_qualify_ExactMatch( op.unit, e, op.a, op.c, op.b, op.text );
-            break;
-         case actionAdd:
-            rc = sdk.bcm_field_action_add( op.unit, e, op.c, op.a, op.b );
-            break;
-         case actionRemoveAll:
-            rc = sdk.bcm_field_action_remove_all( op.unit, e );
-            break;
-         case getEntry: {
-            U32 const id =
-                em.getEntry( op.unit, texts_[op.text], CorvaneTcam::RequestKey() );
-            if ( op.slot != ~0u ) {
-               ids_[op.slot] = id;
-               held_[op.slot] = id != 0;
-            }
-            break;
-         }
-         case setPriority:
-            em.setPriorityForEntry( op.unit, e, op.c );
-            break;
-         case install:
-            em.installEntry( op.unit, e );
-            break;
-         case reinstall:
-            em.reinstallEntry( op.unit, e );
-            break;
-         case release:
-            em.releaseEntry( op.unit, e );
-            if ( op.slot != ~0u ) {
-               held_[op.slot] = false;
-            }
-            break;
-         case hits:
-            em.hitsForEntry( op.unit, e );
-            break;
+      if ( op.kind < getEntry ) {
+         Fwk::ActivityLockRelease release;
+         failed += sdkCall( op, e, sdk ) < 0;
+      } else {
+         entryManagerCall( op, e, em );
       }
-      failed += rc < 0;
+   }
+   if ( taken ) {
+      lock.give();
    }
    if ( failed ) {
       std::fprintf( stderr, "bench: %d replayed SDK calls failed\n", failed );

@@ -77,7 +77,8 @@ public:
    void unitEndIs( std::size_t recordIndex ) { unitEnds_.push_back( recordIndex ); }
    std::size_t units() const { return unitEnds_.size(); }
 
-   // Makes calls [first, last) on the shim and the entry manager of group `group`.
+   // Makes calls [first, last) on the shim and the entry manager of group `group`, under
+   // the activity lock given up around every SDK call, as the plug-in makes them.
    void run( std::size_t first, std::size_t last, Shim::Sdk& sdk,
              Corvane::CorvaneTcamEntryManager& entryManager );
    // Makes the calls of unit `unit`.
@@ -106,6 +107,9 @@ private:
       U32 text;  // getEntry: index of its description
    };
    U32 entry( Op const& op ) const { return op.slot == ~0u ? op.entry : ids_[op.slot]; }
+   // One call of the field processor (returns its code) or of the entry manager.
+   static int sdkCall( Op const& op, U32 e, Shim::Sdk& sdk );
+   void entryManagerCall( Op const& op, U32 e, Corvane::CorvaneTcamEntryManager& em );
 
    std::vector<Op> ops_;
    std::vector<std::string> texts_;

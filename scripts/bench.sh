@@ -20,13 +20,13 @@ for preset in "${presets[@]}"; do
    out="build/$preset/bench"
    mkdir -p "$out"
    rm -f "$out"/natbench*.json
-   # One process per family (a goal's benchmark with its Floor and Served variants), so
+   # One process per family (a goal's benchmark with its Floor and Publish variants), so
    # that the heap one family leaves behind does not shape the next one's timings.
    families=$("build/$preset/bin/natbench" --benchmark_list_tests |
-      sed -e 's|/.*||' -e 's/\(Floor\|Served\)$//' | sort -u)
+      sed -e 's|/.*||' -e 's/\(Floor\|Publish\)$//' | sort -u)
    for family in $families; do
       "build/$preset/bin/natbench" --benchmark_repetitions="$reps" \
-         --benchmark_filter="^${family}(Floor|Served)?/" \
+         --benchmark_filter="^${family}(Floor|Publish)?/" \
          --benchmark_out="$out/natbench-$family.json" --benchmark_out_format=json >/dev/null
    done
    "build/$preset/bin/natbench_memory" \
