@@ -132,7 +132,7 @@ int main( int argc, char** argv ) {
       if ( !journalOut ) {
          std::cerr << "natsim: --journal-file: cannot write " << journalFile << " ("
                    << std::strerror( errno ) << ")\n";
-         return 2;
+         return 1;
       }
    }
    std::size_t const stepCount = scenario.steps.size();
