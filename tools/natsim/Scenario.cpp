@@ -853,7 +853,7 @@ public:
       return dom().key( k );
    }
    bool end_object() {
-      levels_.pop_back();
+      --depth_;
       return dom().end_object() && valueEnds();
    }
    bool start_array( std::size_t n ) {
@@ -861,7 +861,7 @@ public:
       return dom().start_array( n );
    }
    bool end_array() {
-      levels_.pop_back();
+      --depth_;
       return dom().end_array() && valueEnds();
    }
    template <class Exception>
@@ -873,24 +873,56 @@ public:
    std::optional<Fault> const& duplicate() const { return duplicate_; }
 
 private:
+   // One open object or array. Levels are kept for reuse as the parser goes in and
+   // out, so that reading a long list allocates nothing per element for them.
    struct Level {
       bool array = false;
       // The document's "steps" list, whose elements go to the step handler.
       bool steps = false;
       std::size_t elements = 0;  // array: elements begun so far
       std::string key;           // object: the member being read
-      std::unordered_set<std::string> keys;
+      // The object's member names so far: a few in a list, many in a set.
+      std::vector<std::string> keys;
+      std::unordered_set<std::string> manyKeys;
+
+      void reset( bool isArray, bool isSteps ) {
+         array = isArray;
+         steps = isSteps;
+         elements = 0;
+         key.clear();
+         keys.clear();
+         manyKeys.clear();
+      }
+      // False when the object has the member already.
+      bool keyIsNew( std::string const& name ) {
+         constexpr std::size_t few = 16;
+         if ( manyKeys.empty() && keys.size() < few ) {
+            for ( auto const& k : keys ) {
+               if ( k == name ) {
+                  return false;
+               }
+            }
+            keys.push_back( name );
+            return true;
+         }
+         if ( manyKeys.empty() ) {
+            manyKeys.insert( keys.begin(), keys.end() );
+         }
+         return manyKeys.insert( name ).second;
+      }
    };
+
+   Level& top() { return levels_[depth_ - 1]; }
 
    nlohmann::detail::json_sax_dom_parser<json>& dom() { return step_ ? *step_ : dom_; }
 
    // A value begins: an element of the steps list gets a document of its own.
    void elementStarts() {
-      if ( levels_.empty() || !levels_.back().array ) {
+      if ( depth_ == 0 || !top().array ) {
          return;
       }
-      ++levels_.back().elements;
-      if ( levels_.back().steps ) {
+      ++top().elements;
+      if ( top().steps ) {
          stepValue_ = json();
          step_.emplace( stepValue_, true );
       }
@@ -898,25 +930,26 @@ private:
 
    // A value has ended: an element of the steps list goes to the handler.
    bool valueEnds() {
-      if ( step_ && levels_.back().steps ) {
+      if ( step_ && top().steps ) {
          step_.reset();
-         onStep_( stepValue_, levels_.back().elements - 1 );
+         onStep_( stepValue_, top().elements - 1 );
       }
       return true;
    }
 
    void levelStarts( bool array ) {
       elementStarts();
-      bool const steps = array && onStep_ && levels_.size() == 1 && !levels_[0].array &&
+      bool const steps = array && onStep_ && depth_ == 1 && !levels_[0].array &&
                          levels_[0].key == "steps";
-      levels_.emplace_back();
-      levels_.back().array = array;
-      levels_.back().steps = steps;
+      if ( depth_ == levels_.size() ) {
+         levels_.emplace_back();
+      }
+      levels_[depth_++].reset( array, steps );
    }
 
    void keyStarts( std::string const& key ) {
-      Level& object = levels_.back();
-      if ( !object.keys.insert( key ).second && !duplicate_ ) {
+      Level& object = top();
+      if ( !object.keyIsNew( key ) && !duplicate_ ) {
          duplicate_ =
              Fault{ objectPath(), "member " + quoted( key ) + " is given twice" };
       }
@@ -926,7 +959,7 @@ private:
    // The path of the innermost object.
    std::string objectPath() const {
       std::string path;
-      for ( std::size_t i = 0; i + 1 < levels_.size(); ++i ) {
+      for ( std::size_t i = 0; i + 1 < depth_; ++i ) {
          path = levels_[i].array ? elementPath( path, levels_[i].elements - 1 )
                                  : memberPath( path, levels_[i].key );
       }
@@ -938,7 +971,9 @@ private:
    // The element of the steps list being built, and its builder.
    json stepValue_;
    std::optional<nlohmann::detail::json_sax_dom_parser<json>> step_;
+   // Levels [0, depth_) are open.
    std::vector<Level> levels_;
+   std::size_t depth_ = 0;
    std::optional<Fault> duplicate_;
 };
 

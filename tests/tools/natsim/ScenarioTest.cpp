@@ -47,6 +47,15 @@ std::string numbers( int n ) {
    return list + "]";
 }
 
+// A chip whose module map has 40 members, the last a second module 1.
+std::string manyModulesWithADuplicate() {
+   std::string modules;
+   for ( int id = 1; id <= 39; ++id ) {
+      modules += "\"" + std::to_string( id ) + "\": 1, ";
+   }
+   return R"({"chip": {"modules": {)" + modules + R"("1": 2}}})";
+}
+
 IpAddr ip( char const* text ) {
    IpAddr address;
    EXPECT_TRUE( IpAddr::fromString( text, address ) );
@@ -232,6 +241,26 @@ TEST( ScenarioTest, StepsLeftShortTakeTheirDefaults ) {
    EXPECT_TRUE( std::get<natsim::FlashDownloadStep>( s.steps[4] ).done );
 }
 
+// Steps are read as the parser meets them when the chip came first, and after the whole
+// document otherwise; either way a rule takes the chip's modules, and a fault of the
+// document as a whole is reported before a step's.
+TEST( ScenarioTest, StepsTakeTheChipWhereverItStands ) {
+   std::string const chip = R"("chip": {"modules": {"2": 2}})";
+   std::string const steps = R"("steps": [{"natRule": {"uid": 1, "key": {}}}])";
+   for ( std::string const& text :
+         { "{" + chip + "," + steps + "}", "{" + steps + "," + chip + "}" } ) {
+      Scenario const s = parsed( text );
+      ASSERT_EQ( s.steps.size(), 1u ) << text;
+      EXPECT_EQ( std::get<natsim::NatRuleStep>( s.steps[0] ).modules,
+                 std::vector<U16>{ 2 } )
+          << text;
+   }
+   ScenarioError const error =
+       errorOf( R"({"chip": {}, "steps": [{"advance": -1}], "stepz": []})" );
+   EXPECT_EQ( error.path, "" );
+   EXPECT_THAT( error.message, HasSubstr( "unknown member \"stepz\"" ) );
+}
+
 TEST( ScenarioTest, ListsUpToTheRecordsCapacityAreKept ) {
    Scenario const s = parsed( oneStep( R"({"natRule": {"uid": 1, "key": {}, "data": {
          "vlans": )" + numbers( 64 ) + R"(, "egressIntfs": )" +
@@ -280,6 +309,8 @@ TEST( ScenarioTest, DocumentFaults ) {
        { "member twice", R"({"steps": [{"mcastMode": {"types": [1, 2]}},
              {"natRule": {"uid": 1, "key": {"srcOld": "1.1.1.1", "srcOld": "1.1.1.2"}}}]})",
          "steps[1].natRule.key", "member \"srcOld\" is given twice" },
+       { "member twice among many", manyModulesWithADuplicate(), "chip.modules",
+         "member \"1\" is given twice" },
    } );
 }
 
