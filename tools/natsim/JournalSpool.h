@@ -46,6 +46,8 @@ public:
    // Appends one record's JSON text.
    void append( std::string const& record );
    std::size_t records() const { return records_; }
+   // False once a write to the temporary file has failed (the disk is full, say).
+   bool ok() const { return std::ferror( file_ ) == 0; }
    // Writes the records, separated by ",\n", without brackets.
    void copyTo( std::ostream& out ) const;
 

@@ -156,6 +156,12 @@ int main( int argc, char** argv ) {
       natsim::Progress progress( stepCount );
       simulation.play( [&progress]( std::size_t played ) { progress.played( played ); } );
    }
+   if ( simulation.journal() && !simulation.journal()->ok() ) {
+      std::cerr << "natsim: the journal could not be written to a temporary file in "
+                   "/tmp (is the disk full?); --journal none or a shorter list of "
+                   "calls needs less\n";
+      return 1;
+   }
    if ( journalOut.is_open() ) {
       natsim::writeJournal( journalOut, simulation );
       journalOut.close();
@@ -170,7 +176,10 @@ int main( int argc, char** argv ) {
       std::cout << "natsim: played " << name << "\n";
       natsim::writeReport( std::cout, simulation );
    }
-   std::cout << std::flush;
+   if ( !( std::cout << std::flush ) ) {
+      std::cerr << "natsim: the result could not be written to standard output\n";
+      return 1;
+   }
    if ( !server ) {
       return 0;
    }
