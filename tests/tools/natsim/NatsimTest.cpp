@@ -112,6 +112,12 @@ TEST( Natsim, KeepsTheJournalAsAskedAndTheTablesCountEveryCall ) {
        << "a destination rule without VLANs is answered without an entry\n"
        << tables.out;
 
+   Outcome const full = run( "--journal-file /dev/full" );
+   EXPECT_EQ( full.status, 1 );
+   EXPECT_NE( full.err.find( "--journal-file: cannot write /dev/full" ),
+              std::string::npos )
+       << full.err;
+
    Outcome const bad = run( "--journal getEntries" );
    EXPECT_EQ( bad.status, 2 );
    EXPECT_NE(
