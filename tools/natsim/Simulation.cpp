@@ -102,9 +102,6 @@ Simulation::~Simulation() {
 bool Simulation::start( std::string* error ) {
    platform_ =
        std::make_unique<SimPlatform>( scenario_.agent, scenario_.chip, scenario_.nat );
-   if ( !options_.journal.keepsNone() ) {
-      journal_ = std::make_unique<JournalSpool>();
-   }
    Chip::journal().sinkIs(
        [this]( Chip::JournalRecord const& record ) { journalCall( record ); } );
    Fwk::logSinkIs( [this]( Fwk::LogRecord const& record ) {
@@ -185,6 +182,9 @@ void Simulation::journalCall( Chip::JournalRecord const& record ) {
       appendJournalRecord( *servedJournal_, step_, record );
       return;
    }
+   if ( !journal_ ) {
+      journal_ = std::make_unique<JournalSpool>();
+   }
    journalText_.clear();
    appendJournalRecord( journalText_, step_, record );
    journal_->append( journalText_ );
@@ -221,6 +221,10 @@ void Simulation::restartEndIfDone() {
 void Simulation::recordingIs( bool recording ) {
    recording_ = recording;
    Chip::journal().enabledIs( recording );
+}
+
+void Simulation::journalIs( JournalFilter const& filter ) {
+   options_.journal = filter;
 }
 
 void Simulation::followRealTime() {

@@ -67,6 +67,9 @@ public:
    Records const& records() const { return records_; }
    JournalSpool const* journal() const { return journal_.get(); }
 
+   // The journal calls kept from now on (a server keeps none for the scenario's tables,
+   // then what --journal asks for its answers).
+   void journalIs( JournalFilter const& filter );
    // After play(): the clock follows real time from where the scenario left it.
    void followRealTime();
    // Plays `step` after the steps played so far, with the next index. Returns what it

@@ -122,8 +122,10 @@ int main( int argc, char** argv ) {
       std::cerr << "natsim: --journal: " << problem << "\n";
       return 2;
    }
-   // The tables show no journal: keep it only for a file or a server's answers.
-   if ( !json && journalFile.empty() && !serve->parsed() ) {
+   // The tables show no journal: keep it only for a file (a server's answers get it
+   // after the scenario).
+   natsim::JournalFilter const answersJournal = options.journal;
+   if ( !json && journalFile.empty() ) {
       options.journal = natsim::JournalFilter::none();
    }
    std::ofstream journalOut;
@@ -183,6 +185,7 @@ int main( int argc, char** argv ) {
    if ( !server ) {
       return 0;
    }
+   simulation.journalIs( answersJournal );
    simulation.followRealTime();
    if ( !server->publish( &problem ) ) {
       std::cerr << "natsim: " << problem << "\n";
