@@ -485,7 +485,7 @@ U32 TrapSm::programTcpControlEntry( Oro::NatTrapKey const& key,
                                             Corvane::classVfpAclDrop_ ) );
    CORVANE_SDK_CALL(
        "bcm_field_qualify_IpProtocol( unit(), entryId, IPPROTO_TCP, 0xff )",
-       sdk.bcm_field_qualify_IpProtocol( unit(), entryId, Corvane::IPPROTO_TCP_,
+       sdk.bcm_field_qualify_IpProtocol( unit(), entryId, Corvane::IPPROTO_TCP,
                                          Corvane::TCAM_FIELD_IPPROTO_MASK ) );
    if ( !tcpControl.supported() ) {
       NAT_TRACE( 0, "programTcpControlEntry",
@@ -545,7 +545,7 @@ U32 TrapSm::programReverseTrapEntry( Oro::NatTrapKey const& key,
    if ( emHit && tcpCheck ) {
       CORVANE_SDK_CALL(
           "bcm_field_qualify_IpProtocol( unit(), entryId, IPPROTO_TCP, 0xff )",
-          sdk.bcm_field_qualify_IpProtocol( unit(), entryId, Corvane::IPPROTO_TCP_,
+          sdk.bcm_field_qualify_IpProtocol( unit(), entryId, Corvane::IPPROTO_TCP,
                                             Corvane::TCAM_FIELD_IPPROTO_MASK ) );
       // The TCP control entry has no flag qualifier: it takes the TCP that the data
       // entry, allocated before it, leaves over.

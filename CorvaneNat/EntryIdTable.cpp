@@ -42,6 +42,7 @@ void EntryIdTable::entryIs( EntryIdTableEntry const& entry ) {
    if ( &*found != &entry ) {
       found->defaultEntryId_ = entry.defaultEntryId_;
       found->fragEntryId_ = entry.fragEntryId_;
+      found->dataQualifiers_ = entry.dataQualifiers_;
    }
 }
 
@@ -54,6 +55,7 @@ void EntryIdTable::entryIs( const_iterator row, EntryIdTableEntry const& entry )
    if ( &*row != &entry ) {
       row->defaultEntryId_ = entry.defaultEntryId_;
       row->fragEntryId_ = entry.fragEntryId_;
+      row->dataQualifiers_ = entry.dataQualifiers_;
    }
 }
 

@@ -53,6 +53,12 @@ public:
    U32 fragEntryIdDel( U16 vlanId ) { return fragEntryId_.entryIdDel( vlanId ); }
    void fragEntryIdDelAll() { fragEntryId_.entryIdDelAll(); }
 
+   // The qualifiers that follow the key's data (natDataQualifiers) which some entry of
+   // the row may hold, one bit per qualifier call (FpQualifierSet): what a
+   // reprogramming takes off an entry when its new recipe no longer sets them.
+   U16 dataQualifiers() const { return dataQualifiers_; }
+   void dataQualifiersIs( U16 qualifiers ) { dataQualifiers_ = qualifiers; }
+
    // True unless the row is empty (default key and both maps empty).
    explicit operator bool() const;
    bool operator==( EntryIdTableEntry const& other ) const;
@@ -66,6 +72,7 @@ private:
    // not part of the row's hash.
    mutable VlanEntryIdMap defaultEntryId_;
    mutable VlanEntryIdMap fragEntryId_;
+   mutable U16 dataQualifiers_ = 0;
 };
 
 // "Value('Corvane::EntryIdTableEntry', ** {'key': <key>, 'defaultEntryId': None,

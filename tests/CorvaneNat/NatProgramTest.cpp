@@ -427,7 +427,7 @@ std::vector<SdkFailureCase> sdkFailureCases() {
    Oro::NatHwData const vlan = Data().vlans( { 10 } ).nextHop( 5 );
    return {
        { "StaticDestinationAction", "bcm_field_action_add", 4,
-         &Shim::Sdk::BCM_E_NOT_FOUND, "Entry not found", dnat, vlan, "NatProgram.cpp",
+         &Shim::Sdk::BCM_E_NOT_FOUND, "Entry not found", dnat, vlan, "NatEntryRecipe.cpp",
          "bcm_field_action_add( unit(), entryId, bcmFieldActionDropCancel, 0, 0 )" },
        { "DynamicTcpControl",
          "bcm_field_qualify_TcpControl",
@@ -436,7 +436,7 @@ std::vector<SdkFailureCase> sdkFailureCases() {
          "Internal error",
          dyn,
          {},
-         "NatDynamicProgram.cpp",
+         "NatEntryRecipe.cpp",
          "bcm_field_qualify_TcpControl( unit(), entryId, 0, TCAM_FIELD_TCP_CONTROL_MASK "
          ")" },
        { "DynamicOpaqueObject",
@@ -446,7 +446,7 @@ std::vector<SdkFailureCase> sdkFailureCases() {
          "No resources for operation",
          dyn,
          {},
-         "NatDynamicProgram.cpp",
+         "NatEntryRecipe.cpp",
          "bcm_field_action_add( unit(), entryId, bcmFieldActionAssignOpaqueObject1, uid, "
          "0 "
          ")" },
