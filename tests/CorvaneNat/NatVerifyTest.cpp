@@ -13,8 +13,10 @@
 
 namespace {
 
+using NatTest::Data;
 using NatTest::ipPort;
 using NatTest::ipValue;
+using NatTest::Lines;
 using NatTest::natKey;
 using Wirel::IpAddrWithFullMask;
 
@@ -458,6 +460,89 @@ TEST_F( NatVerifyWorker, KeysShortOfTcamAreHeldToTheEntriesTheyHave ) {
    row.defaultEntryIdDel( 30 );
    table().entryIs( row );
    EXPECT_DEATH( verify(), failed( "entry.defaultEntryIds() == shadowData.vlanIds()" ) );
+}
+
+// A data change that drops a protocol, a filter, ACL sharing or multicast ingress takes
+// that qualifier off the entry (bcm_field_qualifier_delete), so that the entry matches
+// as the current data says and doVerify passes; a change that drops nothing deletes
+// nothing.
+TEST_F( NatVerifyWorker, AReprogrammedEntryHoldsExactlyWhatItsNewDataAsks ) {
+   Oro::NatHwKey const source =
+       natKey( 1, ipPort( "10.0.0.1" ), ipPort( "203.0.113.1" ), {}, {}, 0, 7 );
+   Oro::NatHwKey const destination = dnat;
+   auto lookup = [this]( Chip::Packet packet ) {
+      packet.myStationHit = true;
+      return platform->chip().unit( 1 )->fieldProcessor().lookup( 160, packet, 1 );
+   };
+   Chip::Packet udpOut;  // from the source key's old address, not to the filter
+   udpOut.src = ipValue( "10.0.0.1" );
+   udpOut.dst = ipValue( "8.8.8.8" );
+   udpOut.protocol = 17;
+   Chip::Packet udpIn;  // to the destination key's old address on VLAN 20
+   udpIn.src = ipValue( "192.0.2.1" );
+   udpIn.dst = ipValue( "203.0.113.80" );
+   udpIn.protocol = 17;
+   udpIn.vlan = 20;
+   struct Change {
+      char const* what;
+      Oro::NatHwKey key;
+      Oro::NatHwData data;
+      Lines deleted;    // the qualifiers taken off, in call order
+      bool udpMatches;  // whether the key's UDP packet above hits its entry
+   };
+   Change const changes[] = {
+       { "source: protocol and filter",
+         source,
+         Data().protocol( 6 ).filter( "198.51.100.0", 24 ),
+         {},
+         false },
+       { "source: neither", source, Data(), { "DstIp", "IpProtocol" }, true },
+       { "source: ACL sharing", source, Data().aclSharing(), {}, false },
+       { "source: no ACL sharing", source, Data(), { "OpaqueObject1" }, true },
+       { "source: protocol and filter again",
+         source,
+         Data().protocol( 6 ).filter( "198.51.100.0", 24 ),
+         {},
+         false },
+       { "destination: unicast on VLAN 10",
+         destination,
+         Data().vlans( { 10 } ),
+         {},
+         false },
+       { "destination: multicast, not at ingress",
+         destination,
+         Data().vlans( { 10 } ).multicast( 3 ),
+         { "L3Ingress" },
+         true },
+       { "destination: multicast at ingress",
+         destination,
+         Data().vlans( { 10 } ).multicast( 3, true ),
+         {},
+         false },
+       { "destination: unicast again", destination, Data().vlans( { 10 } ), {}, false },
+   };
+   start();
+   for ( Change const& c : changes ) {
+      SCOPED_TRACE( c.what );
+      std::size_t const from = mark();
+      rule( c.key == source ? 1 : 2, c.key, c.data, { 1 }, 9 );
+      Lines deleted;
+      for ( auto const& r : Chip::journal().recordsFrom( from ) ) {
+         if ( r.call == "bcm_field_qualifier_delete" ) {
+            ASSERT_EQ( r.rc, 0 );
+            deleted.push_back( Chip::json( r.args ) );
+         }
+      }
+      Lines expected;
+      for ( std::string const& name : c.deleted ) {
+         expected.push_back( "[\"" + name + "\"]" );
+      }
+      EXPECT_EQ( deleted, expected );
+      EXPECT_TRUE( verify() );
+      Chip::Packet const packet = c.key == source ? udpOut : udpIn;
+      EXPECT_EQ( lookup( packet ) == entryId( c.key, c.key == source ? 0 : 10 ),
+                 c.udpMatches );
+   }
 }
 
 TEST_F( NatVerifyWorker, AWorkerNotYetInitializedHasNothingToVerify ) {
