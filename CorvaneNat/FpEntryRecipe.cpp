@@ -23,7 +23,7 @@ void FpEntryRecipe::add( FpCall call, FpValue value, FpValue mask, char const* t
                          int line, U32 instance, FpSelector selector ) {
    FWK_ASSERT_TEXT( size_ < maxSteps, "size_ < maxSteps" );
    steps_[size_++] = { call,     U16( line ), value.value, mask.value,
-                       instance, selector,    text };
+                       instance, selector,    text,        stepFunction_ };
    if ( isQualifier( call ) ) {
       qualifiers_ |= fpQualifierBit( call );
    }
@@ -155,8 +155,9 @@ void removeAllActions( Shim::Sdk& sdk, U16 unit, U32 entryId, char const* functi
 }  // namespace
 
 void applyFpEntryRecipe( U16 unit, U32 entryId, FpEntryRecipe const& recipe,
-                         bool reinstall, FpQualifierSet dropped, char const* function ) {
+                         bool reinstall, FpQualifierSet dropped ) {
    Shim::Sdk& sdk = *Shim::sdk_;
+   char const* const function = recipe.function();
    if ( reinstall ) {
       for ( unsigned call = 0; call <= unsigned( FpCall::qualifyExactMatch ); ++call ) {
          if ( dropped & fpQualifierBit( FpCall( call ) ) ) {
@@ -181,7 +182,7 @@ void applyFpEntryRecipe( U16 unit, U32 entryId, FpEntryRecipe const& recipe,
              Fwk::ActivityLockRelease release;
              return stepCall( sdk, unit, entryId, step );
           }(),
-          step.text, recipe.file(), step.line, function );
+          step.text, recipe.file(), step.line, step.function );
    }
    if ( reinstall && recipe.removeAllAt() == recipe.size() ) {
       removeAllActions( sdk, unit, entryId, function );

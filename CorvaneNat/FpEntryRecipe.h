@@ -78,19 +78,28 @@ struct FpStep {
    U32 instance;
    FpSelector selector;
    char const* text;
+   char const* function;  // the operation whose call it is, for its trace line
 };
 
 class FpEntryRecipe {
 public:
    static constexpr std::size_t maxSteps = 16;
 
-   FpEntryRecipe( TcamGroupAssignment group, S32 priority, char const* file )
-       : group_( group ), priority_( priority ), file_( file ) {}
+   // `function` names the operation the calls are traced under, until functionIs.
+   FpEntryRecipe( TcamGroupAssignment group, S32 priority, char const* file,
+                  char const* function )
+       : group_( group ),
+         priority_( priority ),
+         file_( file ),
+         function_( function ),
+         stepFunction_( function ) {}
 
    TcamGroupAssignment group() const { return group_; }
    S32 priority() const { return priority_; }
    // The source file the steps' lines refer to.
    char const* file() const { return file_; }
+   // The operation that programs the entry (and removes its actions or qualifiers).
+   char const* function() const { return function_; }
 
    FpStep const* begin() const { return steps_.data(); }
    FpStep const* end() const { return steps_.data() + size_; }
@@ -109,11 +118,15 @@ public:
              U32 instance = 0, FpSelector selector = FpSelector() );
    // The old actions of a reprogrammed entry go here, before the next step added.
    void removeAllHere() { removeAllAt_ = size_; }
+   // The steps added from now on are traced under `function`.
+   void functionIs( char const* function ) { stepFunction_ = function; }
 
 private:
    TcamGroupAssignment group_;
    S32 priority_;
    char const* file_;
+   char const* function_;
+   char const* stepFunction_;
    std::array<FpStep, maxSteps> steps_;
    std::size_t size_ = 0;
    std::size_t removeAllAt_ = 0;
@@ -124,9 +137,9 @@ private:
 // in order. When `reinstall` (the entry holds an earlier recipe), first deletes the
 // qualifiers of `dropped` (held by the entry, not set by the recipe), and removes all
 // actions at the recipe's place. Priority and installation are the caller's. The calls
-// follow the plug-in's SDK call convention (SdkCall.h), traced under `function`.
+// follow the plug-in's SDK call convention (SdkCall.h).
 void applyFpEntryRecipe( U16 unit, U32 entryId, FpEntryRecipe const& recipe,
-                         bool reinstall, FpQualifierSet dropped, char const* function );
+                         bool reinstall, FpQualifierSet dropped );
 
 }  // namespace Corvane
 
@@ -147,6 +160,13 @@ void applyFpEntryRecipe( U16 unit, U32 entryId, FpEntryRecipe const& recipe,
                    "bcm_field_qualify_ExactMatch( unit(), entryId, " #instance \
                    ", " #field ", " #data ", " #mask " )",                     \
                    __LINE__, ( instance ), ::Corvane::FpSelector::field )
+// Appends bcm_field_action_add( unit, entryId, bcmFieldAction<Name>, p0, p1 ), as the
+// trap actions write it.
+#define FP_UNIT_ACTION( recipe, Name, p0, p1 )                                          \
+   ( recipe ).add( ::Corvane::FpCall::action##Name, ( p0 ), ( p1 ),                     \
+                   "bcm_field_action_add( unit, entryId, bcmFieldAction" #Name ", " #p0 \
+                   ", " #p1 " )",                                                       \
+                   __LINE__ )
 // Appends bcm_field_action_add( unit(), entryId, bcmFieldAction<Name>, p0, p1 ).
 #define FP_ACTION( recipe, Name, p0, p1 )                                        \
    ( recipe ).add( ::Corvane::FpCall::action##Name, ( p0 ), ( p1 ),              \

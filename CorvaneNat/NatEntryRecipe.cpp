@@ -282,7 +282,9 @@ bool needsFragEntry( Oro::NatHwKey const& key ) {
 
 NatEntryRecipe::NatEntryRecipe( Oro::NatHwKey const& hwKey, U16 vlanId, NatEntryKind kind,
                                 bool multicast, NatWorkerMode mode )
-    : FpEntryRecipe( natTcamGroupAssignment, natEntryPriority, __FILE__ ),
+    : FpEntryRecipe(
+          natTcamGroupAssignment, natEntryPriority, __FILE__,
+          hwKey.isDynamicNat() ? "doProgramDynamicNatEntry" : "doProgramEntry" ),
       hwKey_( &hwKey ),
       vlanId_( vlanId ),
       kind_( kind ),
@@ -291,10 +293,6 @@ NatEntryRecipe::NatEntryRecipe( Oro::NatHwKey const& hwKey, U16 vlanId, NatEntry
 
 std::string NatEntryRecipe::description() const {
    return natEntryDescription( *hwKey_, vlanId_, kind_, multicast_, mode_ );
-}
-
-char const* NatEntryRecipe::function() const {
-   return hwKey_->isDynamicNat() ? "doProgramDynamicNatEntry" : "doProgramEntry";
 }
 
 NatEntryRecipe natEntryRecipe( Oro::NatHwKey const& hwKey,

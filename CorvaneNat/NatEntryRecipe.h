@@ -57,8 +57,6 @@ public:
                    bool multicast, NatWorkerMode mode );
    // natEntryDescription of the entry.
    std::string description() const;
-   // The entry's SDK calls are traced under this function name.
-   char const* function() const;
 
 private:
    Oro::NatHwKey const* hwKey_;

@@ -138,7 +138,7 @@ void NatWorkerSm::doProgramDynamicNatEntry( U32 entryId, bool reinstall, bool fr
 
 void NatWorkerSm::doApplyRecipe( U32 entryId, bool reinstall,
                                  NatEntryRecipe const& recipe, FpQualifierSet dropped ) {
-   applyFpEntryRecipe( unit(), entryId, recipe, reinstall, dropped, recipe.function() );
+   applyFpEntryRecipe( unit(), entryId, recipe, reinstall, dropped );
    CorvaneTcamEntryManager* entryManager = natEntryManager();
    entryManager->setPriorityForEntry( unit(), entryId, recipe.priority() );
    if ( reinstall ) {
