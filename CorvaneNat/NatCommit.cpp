@@ -11,8 +11,9 @@ namespace Corvane {
 
 namespace {
 
-constexpr U32 resultDone = 1;
-constexpr U32 resultHardwareFull = 2;
+constexpr Xact::XactSluiceStatus::Result resultDone = Xact::XactSluiceStatus::done;
+constexpr Xact::XactSluiceStatus::Result resultHardwareFull =
+    Xact::XactSluiceStatus::hwFull;
 
 }  // namespace
 
@@ -50,7 +51,8 @@ bool NatWorkerSm::commitProgramsKey( Oro::NatHwShadowEntry const& entry ) const 
           ( side == NatKeySide::destination && entry.data().vlanIds() > 0 );
 }
 
-void NatWorkerSm::answer( CorvaneNat::Uid uid, U32 result, U32 field ) {
+void NatWorkerSm::answer( CorvaneNat::Uid uid, Xact::XactSluiceStatus::Result result,
+                          U32 field ) {
    Xact::XactSluiceStatus status;
    status.key = Xact::XactSluiceKey( uid );
    status.result = result;
@@ -113,7 +115,7 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
               "uid:" << uid << " dirty: " << Oro::valueToStrep( dirty )
                      << "shadowData0=" << shadowData0.stringValue() );
 
-   U32 result = resultDone;
+   Xact::XactSluiceStatus::Result result = resultDone;
    // doProgram( hwKey, hwKey0, shadowData0, vlanId ) for each VLAN, with the key's
    // lookups made once: its shadow data is shadowData0 (hwKey0 is hwKey).
    NatKeySide const side = natKeySide( hwKey.keyType() );

@@ -223,7 +223,7 @@ private:
    void doApplyRecipe( U32 entryId, bool reinstall, NatEntryRecipe const& recipe,
                        FpQualifierSet dropped );
    U32 opaqueIdOf( Oro::NatHwKey const& hwKey, Oro::NatHwData const& data ) const;
-   void answer( CorvaneNat::Uid uid, U32 result, U32 field );
+   void answer( CorvaneNat::Uid uid, Xact::XactSluiceStatus::Result result, U32 field );
 
    CorvaneCentral::ModId modId_;
    CorvaneTcamGroupManager::Ptr tcamGroupManager_;

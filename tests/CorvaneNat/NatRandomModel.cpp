@@ -430,26 +430,26 @@ void Model::commit( U16 modId, U32 uid ) {
    U32 const field = requests_.at( uid ).field;
    WorkerExpect& w = workers_.at( modId );
    if ( dynamicSkipped( key ) ) {
-      stepAnswers_.push_back( { modId, uid, 1, field } );
+      stepAnswers_.push_back( { modId, uid, Xact::XactSluiceStatus::done, field } );
       return;
    }
    ShadowExpect const sh = shadow_.at( key );
    if ( sh.dirty == 2 ) {
       w.rows.erase( key );
-      stepAnswers_.push_back( { modId, uid, 1, field } );
+      stepAnswers_.push_back( { modId, uid, Xact::XactSluiceStatus::done, field } );
       return;
    }
-   U32 result = 1;
+   Xact::XactSluiceStatus::Result result = Xact::XactSluiceStatus::done;
    if ( sourceSide( key ) ) {
       if ( !program( modId, key, sh, 0 ) ) {
-         result = 2;
+         result = Xact::XactSluiceStatus::hwFull;
       }
    } else if ( destinationSide( key ) ) {
       std::set<U16> listed;
       for ( U32 i = 0; i < sh.data.vlanIds(); ++i ) {
          listed.insert( sh.data.vlanId( i ) );
          if ( !program( modId, key, sh, sh.data.vlanId( i ) ) ) {
-            result = 2;
+            result = Xact::XactSluiceStatus::hwFull;
          }
       }
       auto row = w.rows.find( key );

@@ -36,6 +36,7 @@
 #include "platform/chip/Action.h"
 #include "platform/chip/Qualifier.h"
 #include "platform/nat/NatTrapConfig.h"
+#include "platform/nat/XactSluiceDir.h"
 #include "tools/natsim/Scenario.h"
 
 namespace NatRandom {
@@ -80,7 +81,7 @@ struct ShadowExpect {
 struct AnswerExpect {
    U16 module;
    U32 uid;
-   U32 result;
+   Xact::XactSluiceStatus::Result result;
    U32 field;
    bool operator<( AnswerExpect const& o ) const {
       return std::tie( module, uid, result, field ) <

@@ -672,12 +672,13 @@ private:
       std::vector<AnswerExpect> actual;
       for ( auto const& a : result["answers"] ) {
          actual.push_back( { a["module"].get<U16>(), a["uid"].get<U32>(),
-                             a["result"].get<U32>(), a["field"].get<U32>() } );
+                             Xact::XactSluiceStatus::Result( a["result"].get<U32>() ),
+                             a["field"].get<U32>() } );
       }
       std::vector<AnswerExpect> expected = model_->stepAnswers();
       stats_.answers += U32( actual.size() );
       for ( auto const& a : actual ) {
-         stats_.full += a.result == 2 ? 1 : 0;
+         stats_.full += a.result == Xact::XactSluiceStatus::hwFull ? 1 : 0;
       }
       std::sort( actual.begin(), actual.end() );
       std::sort( expected.begin(), expected.end() );

@@ -19,6 +19,7 @@
 namespace {
 
 using NatTest::ipPort;
+using NatTest::Key;
 using NatTest::NatFixture;
 using NatTest::natKey;
 using ::testing::AnyOf;
@@ -231,9 +232,11 @@ protected:
          Oro::NatHwKey key;
          Oro::NatHwData data;
          if ( uid % 2 ) {
-            key = natKey( 1, Wirel::IpAndPort( old, 0 ), ipPort( "203.0.113.1" ) );
+            key = natKey( Key::staticSrcNat, Wirel::IpAndPort( old, 0 ),
+                          ipPort( "203.0.113.1" ) );
          } else {
-            key = natKey( 2, {}, {}, Wirel::IpAndPort( old, uid % 4 ? 0 : 80 ),
+            key = natKey( Key::staticDstNat, {}, {},
+                          Wirel::IpAndPort( old, uid % 4 ? 0 : 80 ),
                           ipPort( "10.1.1.1", uid % 4 ? 0 : 8080 ) );
             data = uid % 3 ? dataOn( { 10 } ) : dataOn( { 20, 30 } );
          }
@@ -283,7 +286,7 @@ TEST_F( NatShowCommand, ExactOutputOfASmallTableWithItsTrailingCommas ) {
    nat.fragmentEnabled = true;
    start();
    // A source rule: one entry, not bound to a VLAN.
-   rule( 1, natKey( 1, ipPort( "10.0.0.1" ), ipPort( "203.0.113.1" ) ) );
+   rule( 1, natKey( Key::staticSrcNat, ipPort( "10.0.0.1" ), ipPort( "203.0.113.1" ) ) );
    EXPECT_EQ( show().output,
               "[{\"hwKey\": \"type: staticSrcNat, old sip: 10.0.0.1:0, new sip: "
               "203.0.113.1:0, proto: 0, faId: 0, aclId: 0, reverse: false, vlan: *\","
@@ -292,8 +295,9 @@ TEST_F( NatShowCommand, ExactOutputOfASmallTableWithItsTrailingCommas ) {
 
    // A destination NAPT rule on two VLANs: an object per VLAN, each with its default
    // and fragment entry and the shared fields of the key and its shadow data.
-   Oro::NatHwKey const napt = natKey( 2, {}, {}, ipPort( "203.0.113.80", 80 ),
-                                      ipPort( "10.0.0.80", 8080 ), 0, 7 );
+   Oro::NatHwKey const napt =
+       natKey( Key::staticDstNat, {}, {}, ipPort( "203.0.113.80", 80 ),
+               ipPort( "10.0.0.80", 8080 ), 0, 7 );
    Oro::NatHwData data = dataOn( { 20, 10 }, 0x8000002 );
    data.filterAddrIs( Wirel::IpAddrWithFullMask( Wirel::IpAddr( 0xc0000200 ),
                                                  Wirel::prefixMask( 24 ) ) );
@@ -318,7 +322,7 @@ TEST_F( NatShowCommand, ExactOutputOfASmallTableWithItsTrailingCommas ) {
 TEST_F( NatShowCommand, ShadowFieldsShowPendingStateAndNonPrefixMasks ) {
    start();
    Oro::NatHwKey const key =
-       natKey( 2, {}, {}, ipPort( "203.0.113.9" ), ipPort( "10.0.0.9" ) );
+       natKey( Key::staticDstNat, {}, {}, ipPort( "203.0.113.9" ), ipPort( "10.0.0.9" ) );
    Oro::NatHwData data = dataOn( { 10 }, ~U64( 0 ) );
    rule( 9, key, data );
    // Upstream rewrites the shadow entry (a pending change, a mask that is not a prefix,
@@ -342,8 +346,8 @@ TEST_F( NatShowCommand, ShadowFieldsShowPendingStateAndNonPrefixMasks ) {
 TEST_F( NatShowCommand, RowsWithoutShadowEntryOrWithoutEntries ) {
    start();
    // A row whose key upstream no longer publishes: the key's fields only.
-   Oro::NatHwKey const orphan =
-       natKey( 2, {}, {}, ipPort( "203.0.113.7" ), ipPort( "10.0.0.7" ), 0, 3 );
+   Oro::NatHwKey const orphan = natKey(
+       Key::staticDstNat, {}, {}, ipPort( "203.0.113.7" ), ipPort( "10.0.0.7" ), 0, 3 );
    Corvane::EntryIdTableEntry row( orphan );
    row.defaultEntryIdIs( 10, 77 );
    table()->entryIs( row );
@@ -354,7 +358,7 @@ TEST_F( NatShowCommand, RowsWithoutShadowEntryOrWithoutEntries ) {
    // A rule that got no TCAM room keeps a row without entries.
    table()->entryDelAll();
    Oro::NatHwKey const unplaced =
-       natKey( 1, ipPort( "10.0.0.8" ), ipPort( "203.0.113.8" ) );
+       natKey( Key::staticSrcNat, ipPort( "10.0.0.8" ), ipPort( "203.0.113.8" ) );
    rule( 8, unplaced );
    table()->entryIs( Corvane::EntryIdTableEntry( unplaced ) );
    EXPECT_EQ( show().output,
@@ -366,7 +370,7 @@ TEST_F( NatShowCommand, RowsWithoutShadowEntryOrWithoutEntries ) {
 TEST_F( NatShowCommand, AFragmentEntryAloneIsEid1 ) {
    start();
    Oro::NatHwKey const key =
-       natKey( 2, {}, {}, ipPort( "203.0.113.7" ), ipPort( "10.0.0.7" ) );
+       natKey( Key::staticDstNat, {}, {}, ipPort( "203.0.113.7" ), ipPort( "10.0.0.7" ) );
    Corvane::EntryIdTableEntry row( key );
    row.defaultEntryIdIs( 30, 31 );
    row.fragEntryIdIs( 20, 21 );
@@ -380,13 +384,13 @@ TEST_F( NatShowCommand, AFragmentEntryAloneIsEid1 ) {
 TEST_F( NatShowCommand, ChipsWithSeveralPipesShowEachPipesId ) {
    chip.pipes = 3;
    start();
-   rule( 1, natKey( 1, ipPort( "10.0.0.1" ), ipPort( "203.0.113.1" ) ) );
+   rule( 1, natKey( Key::staticSrcNat, ipPort( "10.0.0.1" ), ipPort( "203.0.113.1" ) ) );
    EXPECT_THAT(
        show().output,
        HasSubstr( "\"eid0\": \"1 pipe0: 1 pipe1: 16777217 pipe2: 33554433\"," ) );
    // An entry id 0 has no places in the pipes.
    Corvane::EntryIdTableEntry row(
-       natKey( 1, ipPort( "10.0.0.2" ), ipPort( "1.1.1.1" ) ) );
+       natKey( Key::staticSrcNat, ipPort( "10.0.0.2" ), ipPort( "1.1.1.1" ) ) );
    row.defaultEntryIdIs( 0, 0 );
    table()->entryIs( row );
    EXPECT_THAT( show().output, HasSubstr( "\"eid0\": \"0\"," ) );
@@ -404,7 +408,8 @@ TEST_F( NatShowCommand, TheKeyIsWrittenInItsTextForm ) {
        NatHwKey( static_cast<NatHwKey::NatKeyType>( 4000000000u ), {}, {}, {}, {}, false,
                  0, 0, Oro::NatAclId() ),
        // A dynamic key with its protocol.
-       natKey( 5, ipPort( "10.0.0.5" ), ipPort( "203.0.113.5" ), {}, {}, 17, 12 ),
+       natKey( Key::dynamicSrcNat, ipPort( "10.0.0.5" ), ipPort( "203.0.113.5" ), {}, {},
+               17, 12 ),
    };
    for ( NatHwKey const& key : shapes ) {
       Corvane::EntryIdTableEntry row( key );
@@ -550,9 +555,9 @@ TEST_F( NatShowCommand, ATableRebuiltBetweenSlicesNeitherRepeatsNorLosesRows ) {
    // matters.
    std::vector<Corvane::EntryIdTableEntry> rows;
    for ( U32 i = 0; i < 200; ++i ) {
-      Corvane::EntryIdTableEntry row(
-          natKey( 1, Wirel::IpAndPort( Wirel::IpAddr( 0x0a000000 + i ), 0 ),
-                  ipPort( "1.1.1.1" ) ) );
+      Corvane::EntryIdTableEntry row( natKey(
+          Key::staticSrcNat, Wirel::IpAndPort( Wirel::IpAddr( 0x0a000000 + i ), 0 ),
+          ipPort( "1.1.1.1" ) ) );
       row.defaultEntryIdIs( 0, 1 + i );
       rows.push_back( row );
       table()->entryIs( row );

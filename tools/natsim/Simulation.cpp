@@ -148,7 +148,7 @@ bool Simulation::start( std::string* error ) {
       answers_.push_back( { { "step", step_ },
                             { "module", answer.module },
                             { "uid", answer.uid },
-                            { "result", answer.result },
+                            { "result", U32( answer.result ) },
                             { "field", answer.field } } );
    } );
 
