@@ -25,6 +25,7 @@
 #include "CorvaneNat/EntryIdTable.h"
 #include "CorvaneNat/NatCapacitySm.h"
 #include "CorvaneNat/NatEntryRecipe.h"
+#include "CorvaneNat/NatWorkerDeps.h"
 #include "platform/agent/TableCapacity.h"
 #include "platform/fwk/Operation.h"
 #include "platform/fwk/Quay.h"
@@ -47,25 +48,12 @@ public:
    typedef Fwk::Ptr<NatWorkerSm> Ptr;
    typedef Fwk::PtrConst<NatWorkerSm> PtrConst;
 
-   NatWorkerSm( Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigDir,
-                Xact::XactSluiceStatusDir::Ptr const& xactSluiceStatusDir,
-                Oro::NatHwShadow::PtrConst const& shadow,
-                CorvaneNat::UidHwKeyTable::PtrConst const& uidHwKeyTable,
-                CorvaneNat::HwKeyUidTable::PtrConst const& hwKeyUidTable,
-                CorvaneNat::ModSetDir::PtrConst const& modSetDir,
-                CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-                CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-                CorvaneCentral::ModId modId,
-                CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-                CorvaneCommonSmData::PtrConst const& commonSmData,
-                VekSharedMem::MountGroup::PtrConst const& mountGroup,
-                OroCapacity::TableCapacity::Ptr const& tableCapacity,
-                Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-                Oro::NatTrapConfig::PtrConst const& trapConfig,
-                CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus );
+   explicit NatWorkerSm( NatWorkerDeps const& deps );
    ~NatWorkerSm() override;
 
    // Attributes.
+   // What the worker was built from.
+   NatWorkerDeps deps() const;
    CorvaneCentral::ModId modId() const { return modId_; }
    // The SDK unit of every call: the module id.
    U16 unit() const { return modId_; }
@@ -249,22 +237,7 @@ private:
    Fwk::OperationOffer operationOffer_;
 };
 
-// Creates a worker (the sixteen values of the constructor, in its order).
-NatWorkerSm::Ptr NatWorkerSmIs(
-    Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigDir,
-    Xact::XactSluiceStatusDir::Ptr const& xactSluiceStatusDir,
-    Oro::NatHwShadow::PtrConst const& shadow,
-    CorvaneNat::UidHwKeyTable::PtrConst const& uidHwKeyTable,
-    CorvaneNat::HwKeyUidTable::PtrConst const& hwKeyUidTable,
-    CorvaneNat::ModSetDir::PtrConst const& modSetDir,
-    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-    CorvaneCentral::ModId modId, CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-    CorvaneCommonSmData::PtrConst const& commonSmData,
-    VekSharedMem::MountGroup::PtrConst const& mountGroup,
-    OroCapacity::TableCapacity::Ptr const& tableCapacity,
-    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-    Oro::NatTrapConfig::PtrConst const& trapConfig,
-    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus );
+// Creates a worker.
+NatWorkerSm::Ptr NatWorkerSmIs( NatWorkerDeps const& deps );
 
 }  // namespace Corvane
