@@ -143,14 +143,18 @@ QualifierDelete qualifierDelete( Shim::Sdk const& sdk, FpCall call ) {
 
 #undef FP_QUALIFIER_DELETE
 
-void removeAllActions( Shim::Sdk& sdk, U16 unit, U32 entryId, char const* function ) {
-   sdkCallDone(
-       [&] {
-          Fwk::ActivityLockRelease release;
-          return sdk.bcm_field_action_remove_all( unit, entryId );
-       }(),
-       "bcm_field_action_remove_all( unit(), entryId )", __FILE__, __LINE__, function );
-}
+// The calls are written as the entry's programming writes them: on unit() and entryId,
+// traced under the programming operation's name.
+struct EntryCalls {
+   U16 unitValue;
+   U32 entryId;
+   char const* function;
+   U16 unit() const { return unitValue; }
+
+   void removeAllActions() {
+      CORVANE_SDK_AS( function, bcm_field_action_remove_all, unit(), entryId );
+   }
+};
 
 }  // namespace
 
@@ -158,6 +162,7 @@ void applyFpEntryRecipe( U16 unit, U32 entryId, FpEntryRecipe const& recipe,
                          bool reinstall, FpQualifierSet dropped ) {
    Shim::Sdk& sdk = *Shim::sdk_;
    char const* const function = recipe.function();
+   EntryCalls calls{ unit, entryId, function };
    if ( reinstall ) {
       for ( unsigned call = 0; call <= unsigned( FpCall::qualifyExactMatch ); ++call ) {
          if ( dropped & fpQualifierBit( FpCall( call ) ) ) {
@@ -175,7 +180,7 @@ void applyFpEntryRecipe( U16 unit, U32 entryId, FpEntryRecipe const& recipe,
    std::size_t at = 0;
    for ( FpStep const& step : recipe ) {
       if ( reinstall && at++ == recipe.removeAllAt() ) {
-         removeAllActions( sdk, unit, entryId, function );
+         calls.removeAllActions();
       }
       sdkCallDone(
           [&] {
@@ -185,7 +190,7 @@ void applyFpEntryRecipe( U16 unit, U32 entryId, FpEntryRecipe const& recipe,
           step.text, recipe.file(), step.line, step.function );
    }
    if ( reinstall && recipe.removeAllAt() == recipe.size() ) {
-      removeAllActions( sdk, unit, entryId, function );
+      calls.removeAllActions();
    }
 }
 

@@ -33,6 +33,7 @@
 
 #include "CorvaneNat/NatTrace.h"
 #include "CorvaneNat/NatWorkerSm.h"
+#include "CorvaneNat/SdkCall.h"
 #include "platform/chip/Sdk.h"
 #include "platform/fwk/ActivityLock.h"
 #include "platform/fwk/Assert.h"
@@ -43,18 +44,6 @@ namespace Corvane {
 namespace {
 
 constexpr U32 l3IngressMask = 0x1fff;
-
-// Runs one qualifier read with the activity lock given up, and traces it.
-template <class Read>
-int sdkRead( char const* function, char const* callText, Read read ) {
-   int rv;
-   {
-      Fwk::ActivityLockRelease release;
-      rv = read();
-   }
-   NAT_TRACE( 4, function, callText << " (rv:" << rv << ")" );
-   return rv;
-}
 
 // The same VLANs in both maps.
 bool sameVlans( VlanEntryIdMap const& a, VlanEntryIdMap const& b ) {
@@ -100,9 +89,8 @@ void NatWorkerSm::doVerifySrcIp( U32 entryId, Wirel::IpAddrWithFullMask const& i
    Shim::Sdk& sdk = *Shim::sdk_;
    U32 ip = 0;
    U32 mask = 0;
-   int const rv = sdkRead(
-       "doVerifySrcIp", "bcm_field_qualify_SrcIp_get( unit(), entryId, &ip, &mask )",
-       [&] { return sdk.bcm_field_qualify_SrcIp_get( unit(), entryId, &ip, &mask ); } );
+   int const rv =
+       CORVANE_SDK_READ( bcm_field_qualify_SrcIp_get, unit(), entryId, &ip, &mask );
    if ( rv == sdk.BCM_E_NONE ) {
       NAT_TRACE( 4, "doVerifySrcIp", " entry sip " << entryId );
       NAT_TRACE( 4, "doVerifySrcIp", " sip " << Wirel::IpAddr( ip ).stringValue() );
@@ -118,9 +106,8 @@ void NatWorkerSm::doVerifyDstIp( U32 entryId, Wirel::IpAddrWithFullMask const& i
    Shim::Sdk& sdk = *Shim::sdk_;
    U32 ip = 0;
    U32 mask = 0;
-   int const rv = sdkRead(
-       "doVerifyDstIp", "bcm_field_qualify_DstIp_get( unit(), entryId, &ip, &mask )",
-       [&] { return sdk.bcm_field_qualify_DstIp_get( unit(), entryId, &ip, &mask ); } );
+   int const rv =
+       CORVANE_SDK_READ( bcm_field_qualify_DstIp_get, unit(), entryId, &ip, &mask );
    if ( rv == sdk.BCM_E_NONE ) {
       FWK_ASSERT_TEXT( ip == ipAddr.address().value(), "ip == ipAddr.address().value()" );
       FWK_ASSERT_TEXT( mask == ipAddr.mask(), "mask == ipAddr.mask()" );
@@ -133,11 +120,8 @@ void NatWorkerSm::doVerifySrcL4Port( U32 entryId, U16 l4Port ) {
    Shim::Sdk& sdk = *Shim::sdk_;
    U16 port = 0;
    U16 mask = 0;
-   int const rv = sdkRead(
-       "doVerifySrcL4Port",
-       "bcm_field_qualify_L4SrcPort_get( unit(), entryId, &port, &mask )", [&] {
-          return sdk.bcm_field_qualify_L4SrcPort_get( unit(), entryId, &port, &mask );
-       } );
+   int const rv =
+       CORVANE_SDK_READ( bcm_field_qualify_L4SrcPort_get, unit(), entryId, &port, &mask );
    if ( rv == sdk.BCM_E_NONE ) {
       FWK_ASSERT_TEXT( port == l4Port, "port == l4Port" );
       if ( l4Port ) {
@@ -152,11 +136,8 @@ void NatWorkerSm::doVerifyDstL4Port( U32 entryId, U16 l4Port ) {
    Shim::Sdk& sdk = *Shim::sdk_;
    U16 port = 0;
    U16 mask = 0;
-   int const rv = sdkRead(
-       "doVerifyDstL4Port",
-       "bcm_field_qualify_L4DstPort_get( unit(), entryId, &port, &mask )", [&] {
-          return sdk.bcm_field_qualify_L4DstPort_get( unit(), entryId, &port, &mask );
-       } );
+   int const rv =
+       CORVANE_SDK_READ( bcm_field_qualify_L4DstPort_get, unit(), entryId, &port, &mask );
    if ( rv == sdk.BCM_E_NONE ) {
       FWK_ASSERT_TEXT( port == l4Port, "port == l4Port" );
       if ( l4Port ) {
@@ -171,11 +152,8 @@ void NatWorkerSm::doVerifyIpProtocol( U32 entryId, U8 protocol ) {
    Shim::Sdk& sdk = *Shim::sdk_;
    U8 proto = 0;
    U8 mask = 0;
-   int const rv = sdkRead(
-       "doVerifyIpProtocol",
-       "bcm_field_qualify_IpProtocol_get( unit(), entryId, &proto, &mask )", [&] {
-          return sdk.bcm_field_qualify_IpProtocol_get( unit(), entryId, &proto, &mask );
-       } );
+   int const rv = CORVANE_SDK_READ( bcm_field_qualify_IpProtocol_get, unit(), entryId,
+                                    &proto, &mask );
    if ( rv == sdk.BCM_E_NONE ) {
       FWK_ASSERT_TEXT( proto == protocol, "proto == protocol" );
       if ( protocol ) {
@@ -190,11 +168,8 @@ void NatWorkerSm::doVerifyL3Ingress( U32 entryId, U16 vlanId ) {
    Shim::Sdk& sdk = *Shim::sdk_;
    U32 intf = 0;
    U32 mask = 0;
-   int const rv = sdkRead(
-       "doVerifyL3Ingress",
-       "bcm_field_qualify_L3Ingress_get( unit(), entryId, &intf, &mask )", [&] {
-          return sdk.bcm_field_qualify_L3Ingress_get( unit(), entryId, &intf, &mask );
-       } );
+   int const rv =
+       CORVANE_SDK_READ( bcm_field_qualify_L3Ingress_get, unit(), entryId, &intf, &mask );
    if ( rv == sdk.BCM_E_NONE ) {
       FWK_ASSERT_TEXT( intf == vlanId, "intf == vlanId" );
       if ( vlanId ) {
