@@ -83,8 +83,11 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
       return;
    }
 
-   Oro::NatHwShadowEntry const* shadowEntry = shadow()->entry( hwKey );
-   FWK_ASSERT_TEXT( shadowEntry, "shadow()->entryHas( hwKey )" );
+   // The paired key is the key itself, with its own shadow data: its one lookup gives
+   // the dirty state and the data programmed.
+   Oro::NatHwKey const& hwKey0 = hwKey;
+   Oro::NatHwShadowEntry const* shadowEntry = shadow()->entry( hwKey0 );
+   FWK_ASSERT_TEXT( shadowEntry, "shadow()->entryHas( hwKey0 )" );
    Oro::NatHwShadowEntry::Dirty const dirty = shadowEntry->dirty();
    if ( dirty == Oro::NatHwShadowEntry::deletePending ) {
       EntryIdTableEntry const row = entryIdTable()->entry( hwKey );
@@ -107,8 +110,6 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
       FWK_ASSERT( hitlessInitPhase() && "invalid hw access with clean shadow" );
    }
 
-   // The paired key is the key itself, with its own shadow data.
-   Oro::NatHwKey const& hwKey0 = hwKey;
    // Nothing has changed the shadow since shadowEntry was found.
    Oro::NatHwData const shadowData0 = shadowEntry->data();
    NAT_TRACE( 8, "doCommitHwConfig",

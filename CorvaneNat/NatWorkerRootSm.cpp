@@ -114,8 +114,7 @@ void NatWorkerRootSm::handleModule( CorvaneCentral::ModId modId ) {
 
 void NatWorkerRootSm::handleMountGroupReady() {
    bool const ready = mountGroup_->notifier()->ready();
-   NAT_TRACE( 8, "NatWorkerRootSm::handleMountGroupReady",
-              " mountGroup ready " << ready );
+   NAT_TRACE( 8, "NatWorkerRootSm::handleMountGroupReady", "mountGroup ready" << ready );
    if ( ready ) {
       for ( auto const& worker : natWorkerSm_ ) {
          worker.second->doInit();

@@ -522,6 +522,15 @@ TEST_F( NatCommitDeathTest, ARequestForAUidWithoutKeyStops ) {
                  assertionFailure( "uidHwKeyTable()->entryHas( uid )" ) );
 }
 
+// The key's one shadow lookup is that of the paired key (the key itself).
+TEST_F( NatCommitDeathTest, ARequestForAKeyWithoutShadowEntryStops ) {
+   start();
+   upstream->natRule( step( 6, dnat ) );
+   shared<Oro::NatHwShadow>( "corvanenat/hwShadow" )->entryDel( dnat );
+   EXPECT_DEATH( loop().runUntilIdle(),
+                 assertionFailure( "shadow()->entryHas( hwKey0 )" ) );
+}
+
 TEST_F( NatCommitDeathTest, ACleanShadowEntryOutsideHitlessInitStops ) {
    start();
    natsim::NatRuleStep s = step( 5, snat );
