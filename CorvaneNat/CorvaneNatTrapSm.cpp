@@ -299,7 +299,8 @@ void TrapSm::freeEntry( Oro::NatTrapKey const& key ) {
    TcamEntry const entry = tcamEntry( key );
    for ( U32 entryId : entry.entryId() ) {
       if ( entryId == 0 ) {
-         // The text names deleteTrapRule, as it always has; the row is left as it is.
+         // The agent's established warning, which log readers match, so it names
+         // deleteTrapRule; the row is left for deleteTrapRule to release.
          NAT_TRACE( 0, "freeEntry", "Warning: deleteTrapRule: entryId cannot be 0." );
          return;
       }

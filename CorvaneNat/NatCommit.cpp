@@ -29,8 +29,9 @@ bool NatWorkerSm::modeHoldsKey( Oro::NatHwKey const& hwKey ) const {
    if ( !hwKey.isDynamicNat() ) {
       return true;
    }
-   // Deliberately one-sided: an old address 0.0.0.0 is refused in address-only mode
-   // only, an old port outside it only.
+   // Each mode refuses only the keys it cannot make entries for (address-only mode: a
+   // key missing an old address; the port mode: a key with an old port), so a key with
+   // neither is programmed in either mode.
    bool const zeroAddress =
        hwKey.srcIpAndPortOld().ip().isZero() || hwKey.dstIpAndPortOld().ip().isZero();
    bool const port =

@@ -135,7 +135,8 @@ TrapEntryRecipe trapEntryRecipe( Oro::NatTrapRule const& rule, U16 vlanId, bool 
    FP_QUALIFY( recipe, SrcClassField, 0, Corvane::classVfpAclDrop_ );
    FP_QUALIFY( recipe, SrcIp, rule.srcIp().address().value(), rule.srcIp().mask() );
    FP_QUALIFY( recipe, DstIp, rule.dstIp().address().value(), rule.dstIp().mask() );
-   // Pool rules are programmed as reverse entries; kept for a caller that passes one.
+   // Pool rules are programmed as reverse entries; a pool rule passed here still
+   // matches only its VLAN, as a trap entry of a pool must.
    if ( rule.pool() ) {
       FP_QUALIFY( recipe, L3Ingress, vlanId, -1 );
    }
