@@ -6,6 +6,9 @@
 
 namespace Corvane {
 
+static_assert( unsigned( FpCall::qualifyExactMatch ) < 16,
+               "every qualifier has its bit in an FpQualifierSet" );
+
 bool isQualifier( FpCall call ) {
    return call <= FpCall::qualifyExactMatch;
 }
