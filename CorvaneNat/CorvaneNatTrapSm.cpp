@@ -6,100 +6,15 @@
 #include <algorithm>
 #include <ostream>
 
-#include "CorvaneNat/DescriptionText.h"
 #include "CorvaneNat/NatConstants.h"
 #include "CorvaneNat/NatTrace.h"
-#include "CorvaneNat/SdkCall.h"
-#include "platform/chip/Sdk.h"
+#include "CorvaneNat/TrapEntryRecipe.h"
 #include "platform/fwk/Assert.h"
 #include "platform/fwk/LogEvent.h"
 
 namespace CorvaneNat {
 
-namespace {
-
-// Rule entries sit above the implicit-deny entry, which only catches what no rule
-// matched.
-constexpr S32 trapEntryPriority = 1;
-constexpr S32 implicitDenyPriority = 0;
-
-char const* hitWord( bool emHit ) {
-   return emHit ? "  EM_HIT" : " !EM_HIT";
-}
-
-void appendAddresses( Corvane::DescriptionText& text, Oro::NatTrapRule const& rule ) {
-   bool const srcZero = rule.srcIp().address().isZero();
-   bool const dstZero = rule.dstIp().address().isZero();
-   if ( srcZero && dstZero ) {
-      text << " any";
-      return;
-   }
-   if ( !srcZero ) {
-      text << " src=" << rule.srcIp();
-   }
-   if ( !dstZero ) {
-      text << " dst=" << rule.dstIp();
-   }
-}
-
-char const* tcpControlWord( TcpControl tcpControl ) {
-   if ( tcpControl == TcpControl::SYN ) {
-      return " SYN";
-   }
-   if ( tcpControl == TcpControl::FIN ) {
-      return " FIN";
-   }
-   if ( tcpControl == TcpControl::RST ) {
-      return " RST";
-   }
-   return "";
-}
-
-char const* outcomeText( Oro::NatTrapRule const& rule, bool emHit,
-                         TcpControl tcpControl ) {
-   if ( !emHit ) {
-      return rule.permit() ? " IP => CPU" : " => SkipNat";
-   }
-   if ( tcpControl != TcpControl::none ) {
-      return " => CPU";
-   }
-   return rule.permit() ? " IP => Nat" : " => SkipNat";
-}
-
-// The description of a trap or TCP control entry.
-std::string tcamEntryDescription( Oro::NatTrapRule const& rule, bool emHit,
-                                  TcpControl tcpControl ) {
-   Corvane::DescriptionText text;
-   text << "NAT acl: " << hitWord( emHit );
-   appendAddresses( text, rule );
-   if ( !rule.permit() ) {
-      text << " deny";
-   }
-   if ( rule.pool() ) {
-      text << " pool:";
-   }
-   text << tcpControlWord( tcpControl ) << outcomeText( rule, emHit, tcpControl );
-   return text.str();
-}
-
-// The description of a NAT pool entry.
-std::string reverseEntryDescription( Oro::NatTrapRule const& rule, bool emHit,
-                                     bool tcpCheck, bool tcpControl ) {
-   Corvane::DescriptionText text;
-   text << "NAT pool:" << hitWord( emHit ) << " dst=" << rule.dstIp();
-   if ( !emHit ) {
-      text << " IP => CPU";
-   } else if ( !tcpCheck ) {
-      text << " IP => Skip CPU";
-   } else if ( tcpControl ) {
-      text << " TCP_CTRL => CPU";
-   } else {
-      text << " TCP_DATA => Skip CPU";
-   }
-   return text.str();
-}
-
-}  // namespace
+namespace {}  // namespace
 
 // --- TcpControl ---
 
@@ -384,7 +299,8 @@ void TrapSm::freeEntry( Oro::NatTrapKey const& key ) {
    TcamEntry const entry = tcamEntry( key );
    for ( U32 entryId : entry.entryId() ) {
       if ( entryId == 0 ) {
-         // The text names deleteTrapRule, as it always has; the row is left as it is.
+         // The agent's established warning, which log readers match, so it names
+         // deleteTrapRule; the row is left for deleteTrapRule to release.
          NAT_TRACE( 0, "freeEntry", "Warning: deleteTrapRule: entryId cannot be 0." );
          return;
       }
@@ -402,6 +318,16 @@ void TrapSm::installTrapEntry( U32 entryId, S32 priority ) {
    entryManager()->installEntry( unit(), entryId );
 }
 
+U32 TrapSm::getTrapEntry( TrapEntryRecipe const& recipe ) {
+   return entryManager()->getEntry( unit(), recipe.description(),
+                                    CorvaneTcam::RequestKey() );
+}
+
+void TrapSm::doApplyRecipe( U32 entryId, TrapEntryRecipe const& recipe ) {
+   Corvane::applyFpEntryRecipe( unit(), entryId, recipe, false, 0 );
+   installTrapEntry( entryId, recipe.priority() );
+}
+
 bool TrapSm::programTrapEntry( Oro::NatTrapKey const& key, Oro::NatTrapRule const& rule,
                                U16 vlanId, bool emHit ) {
    if ( emHit && rule.permit() ) {
@@ -411,163 +337,52 @@ bool TrapSm::programTrapEntry( Oro::NatTrapKey const& key, Oro::NatTrapRule cons
          }
       }
    }
-   U32 const entryId = entryManager()->getEntry(
-       unit(), tcamEntryDescription( rule, emHit, TcpControl::none ),
-       CorvaneTcam::RequestKey() );
+   TrapEntryRecipe const recipe = trapEntryRecipe( rule, vlanId, emHit );
+   U32 const entryId = getTrapEntry( recipe );
    if ( entryId == 0 ) {
       return false;
    }
    trackEntryId( key, entryId );
-
-   // The action comes before the qualifiers.
-   if ( !emHit && rule.permit() ) {
-      setTrapToCpuAction( modId(), entryId );
-   } else if ( emHit && !rule.permit() ) {
-      setSkipEvxltAction( modId(), entryId );
-   }
-
-   Shim::Sdk& sdk = *Shim::sdk_;
-   CORVANE_SDK_CALL( "bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 )",
-                     sdk.bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_SrcClassField( unit(), entryId, 0, "
-       "Corvane::classVfpAclDrop_ )",
-       sdk.bcm_field_qualify_SrcClassField( unit(), entryId, 0,
-                                            Corvane::classVfpAclDrop_ ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_SrcIp( unit(), entryId, rule.srcIp().address().value(), "
-       "rule.srcIp().mask() )",
-       sdk.bcm_field_qualify_SrcIp( unit(), entryId, rule.srcIp().address().value(),
-                                    rule.srcIp().mask() ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_DstIp( unit(), entryId, rule.dstIp().address().value(), "
-       "rule.dstIp().mask() )",
-       sdk.bcm_field_qualify_DstIp( unit(), entryId, rule.dstIp().address().value(),
-                                    rule.dstIp().mask() ) );
-   // Pool rules are programmed as reverse entries; kept for a caller that passes one.
-   if ( rule.pool() ) {
-      CORVANE_SDK_CALL(
-          "bcm_field_qualify_L3Ingress( unit(), entryId, vlanId, -1 )",
-          sdk.bcm_field_qualify_L3Ingress( unit(), entryId, vlanId, U32( -1 ) ) );
-   }
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_ExactMatch( unit(), entryId, 0, "
-       "bcmFieldQualifyExactMatchHitStatus, emHit, 0x1 )",
-       sdk.bcm_field_qualify_ExactMatch(
-           unit(), entryId, 0, sdk.bcmFieldQualifyExactMatchHitStatus, emHit, 0x1 ) );
-   installTrapEntry( entryId, trapEntryPriority );
+   doApplyRecipe( entryId, recipe );
    return true;
 }
 
 U32 TrapSm::programTcpControlEntry( Oro::NatTrapKey const& key,
                                     Oro::NatTrapRule const& rule,
                                     TcpControl tcpControl ) {
-   U32 const entryId =
-       entryManager()->getEntry( unit(), tcamEntryDescription( rule, true, tcpControl ),
-                                 CorvaneTcam::RequestKey() );
+   TrapEntryRecipe const recipe = tcpControlEntryRecipe( rule, tcpControl );
+   U32 const entryId = getTrapEntry( recipe );
    if ( entryId == 0 ) {
       return 0;
    }
    trackEntryId( key, entryId );
-
-   Shim::Sdk& sdk = *Shim::sdk_;
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_ExactMatch( unit(), entryId, 0, "
-       "bcmFieldQualifyExactMatchHitStatus, 1, 0x1 )",
-       sdk.bcm_field_qualify_ExactMatch(
-           unit(), entryId, 0, sdk.bcmFieldQualifyExactMatchHitStatus, 1, 0x1 ) );
-   CORVANE_SDK_CALL( "bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 )",
-                     sdk.bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_SrcClassField( unit(), entryId, 0, "
-       "Corvane::classVfpAclDrop_ )",
-       sdk.bcm_field_qualify_SrcClassField( unit(), entryId, 0,
-                                            Corvane::classVfpAclDrop_ ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_IpProtocol( unit(), entryId, IPPROTO_TCP, 0xff )",
-       sdk.bcm_field_qualify_IpProtocol( unit(), entryId, Corvane::IPPROTO_TCP_,
-                                         Corvane::TCAM_FIELD_IPPROTO_MASK ) );
    if ( !tcpControl.supported() ) {
       NAT_TRACE( 0, "programTcpControlEntry",
                  "Error: Only SYN/FIN/RST check is supported." );
    }
-   U8 const flag = U8( tcpControl.value() & 0xff );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_TcpControl( unit(), entryId, flag, TcpControl::mask_ )",
-       sdk.bcm_field_qualify_TcpControl( unit(), entryId, flag, TcpControl::mask_ ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_SrcIp( unit(), entryId, rule.srcIp().address().value(), "
-       "rule.srcIp().mask() )",
-       sdk.bcm_field_qualify_SrcIp( unit(), entryId, rule.srcIp().address().value(),
-                                    rule.srcIp().mask() ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_DstIp( unit(), entryId, rule.dstIp().address().value(), "
-       "rule.dstIp().mask() )",
-       sdk.bcm_field_qualify_DstIp( unit(), entryId, rule.dstIp().address().value(),
-                                    rule.dstIp().mask() ) );
-   setTrapToCpuAction( modId(), entryId );
-   installTrapEntry( entryId, trapEntryPriority );
+   doApplyRecipe( entryId, recipe );
    return entryId;
 }
 
 U32 TrapSm::programReverseTrapEntry( Oro::NatTrapKey const& key,
                                      Oro::NatTrapRule const& rule, bool emHit,
                                      bool tcpCheck, bool tcpControl ) {
-   U32 const entryId = entryManager()->getEntry(
-       unit(), reverseEntryDescription( rule, emHit, tcpCheck, tcpControl ),
-       CorvaneTcam::RequestKey() );
+   TrapEntryRecipe const recipe =
+       reverseTrapEntryRecipe( rule, emHit, tcpCheck, tcpControl );
+   U32 const entryId = getTrapEntry( recipe );
    if ( entryId == 0 ) {
-      Fwk::logEventRaise(
-          Corvane::CORVANENAT_TRAP_TCAM_RESOURCE_FULL,
-          { reverseEntryDescription( rule, emHit, tcpCheck, tcpControl ) } );
+      Fwk::logEventRaise( Corvane::CORVANENAT_TRAP_TCAM_RESOURCE_FULL,
+                          { recipe.description() } );
       return 0;
    }
    trackEntryId( key, entryId );
-
-   Shim::Sdk& sdk = *Shim::sdk_;
-   CORVANE_SDK_CALL( "bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 )",
-                     sdk.bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_SrcClassField( unit(), entryId, 0, "
-       "Corvane::classVfpAclDrop_ )",
-       sdk.bcm_field_qualify_SrcClassField( unit(), entryId, 0,
-                                            Corvane::classVfpAclDrop_ ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_ExactMatch( unit(), entryId, 0, "
-       "bcmFieldQualifyExactMatchHitStatus, emHit, 0x1 )",
-       sdk.bcm_field_qualify_ExactMatch(
-           unit(), entryId, 0, sdk.bcmFieldQualifyExactMatchHitStatus, emHit, 0x1 ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_DstIp( unit(), entryId, rule.dstIp().address().value(), "
-       "rule.dstIp().mask() )",
-       sdk.bcm_field_qualify_DstIp( unit(), entryId, rule.dstIp().address().value(),
-                                    rule.dstIp().mask() ) );
-   if ( emHit && tcpCheck ) {
-      CORVANE_SDK_CALL(
-          "bcm_field_qualify_IpProtocol( unit(), entryId, IPPROTO_TCP, 0xff )",
-          sdk.bcm_field_qualify_IpProtocol( unit(), entryId, Corvane::IPPROTO_TCP_,
-                                            Corvane::TCAM_FIELD_IPPROTO_MASK ) );
-      // The TCP control entry has no flag qualifier: it takes the TCP that the data
-      // entry, allocated before it, leaves over.
-      if ( !tcpControl ) {
-         CORVANE_SDK_CALL(
-             "bcm_field_qualify_TcpControl( unit(), entryId, 0, TcpControl::mask_ )",
-             sdk.bcm_field_qualify_TcpControl( unit(), entryId, 0, TcpControl::mask_ ) );
-      }
-   }
-   bool const toCpu = !emHit || ( tcpCheck && tcpControl );
-   if ( toCpu ) {
-      setTrapToCpuAction( modId(), entryId );
-   } else {
-      setSkipCpuAction( modId(), entryId );
-   }
-   installTrapEntry( entryId, trapEntryPriority );
+   doApplyRecipe( entryId, recipe );
    return entryId;
 }
 
 bool TrapSm::programImplicitDenyEntry() {
-   U32 const entryId = entryManager()->getEntry(
-       unit(), "NAT acl:   EM_HIT Implicit deny =>", CorvaneTcam::RequestKey() );
+   TrapEntryRecipe const recipe = implicitDenyEntryRecipe();
+   U32 const entryId = getTrapEntry( recipe );
    if ( entryId == 0 ) {
       NAT_TRACE( 0, "programImplicitDenyEntry",
                  "Implicit deny acl rule could not be programmed." );
@@ -577,22 +392,7 @@ bool TrapSm::programImplicitDenyEntry() {
    // the remembered entry; the one it replaces goes back once the new one is in place.
    U32 const replaced = implicitDenyEntryId();
    implicitDenyEntryIdIs( entryId );
-
-   Shim::Sdk& sdk = *Shim::sdk_;
-   CORVANE_SDK_CALL( "bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 )",
-                     sdk.bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_SrcClassField( unit(), entryId, 0, "
-       "Corvane::classVfpAclDrop_ )",
-       sdk.bcm_field_qualify_SrcClassField( unit(), entryId, 0,
-                                            Corvane::classVfpAclDrop_ ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_qualify_ExactMatch( unit(), entryId, 0, "
-       "bcmFieldQualifyExactMatchHitStatus, 1, 1 )",
-       sdk.bcm_field_qualify_ExactMatch( unit(), entryId, 0,
-                                         sdk.bcmFieldQualifyExactMatchHitStatus, 1, 1 ) );
-   setSkipEvxltAction( modId(), entryId );
-   installTrapEntry( entryId, implicitDenyPriority );
+   doApplyRecipe( entryId, recipe );
    if ( replaced ) {
       entryManager()->releaseEntry( unit(), replaced );
    }
@@ -601,43 +401,28 @@ bool TrapSm::programImplicitDenyEntry() {
 
 // --- TrapSm: actions ---
 
+namespace {
+
+// Applies the actions `add` appends to an entry of unit `module`.
+void applyActions( CorvaneCentral::ModId module, U32 entryId,
+                   void ( *add )( Corvane::FpEntryRecipe& ) ) {
+   Corvane::FpEntryRecipe actions( Corvane::natTcamGroupAssignment, 0, __FILE__, "" );
+   add( actions );
+   Corvane::applyFpEntryRecipe( module, entryId, actions, false, 0 );
+}
+
+}  // namespace
+
 void TrapSm::setTrapToCpuAction( CorvaneCentral::ModId module, U32 entryId ) {
-   Shim::Sdk& sdk = *Shim::sdk_;
-   int const unit = module;
-   CORVANE_SDK_CALL(
-       "bcm_field_action_add( unit, entryId, bcmFieldActionCopyToCpu, 0, 0 )",
-       sdk.bcm_field_action_add( unit, entryId, sdk.bcmFieldActionCopyToCpu, 0, 0 ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_action_add( unit, entryId, bcmFieldActionDrop, 0, 0 )",
-       sdk.bcm_field_action_add( unit, entryId, sdk.bcmFieldActionDrop, 0, 0 ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_action_add( unit, entryId, bcmFieldActionCosQCpuNew, "
-       "cpuCosqNat_, 0 )",
-       sdk.bcm_field_action_add( unit, entryId, sdk.bcmFieldActionCosQCpuNew, cpuCosqNat_,
-                                 0 ) );
+   applyActions( module, entryId, trapToCpuActions );
 }
 
 void TrapSm::setSkipCpuAction( CorvaneCentral::ModId module, U32 entryId ) {
-   Shim::Sdk& sdk = *Shim::sdk_;
-   int const unit = module;
-   CORVANE_SDK_CALL(
-       "bcm_field_action_add( unit, entryId, bcmFieldActionCopyToCpuCancel, 0, 0 )",
-       sdk.bcm_field_action_add( unit, entryId, sdk.bcmFieldActionCopyToCpuCancel, 0,
-                                 0 ) );
-   CORVANE_SDK_CALL(
-       "bcm_field_action_add( unit, entryId, bcmFieldActionDropCancel, 0, 0 )",
-       sdk.bcm_field_action_add( unit, entryId, sdk.bcmFieldActionDropCancel, 0, 0 ) );
+   applyActions( module, entryId, skipCpuActions );
 }
 
 void TrapSm::setSkipEvxltAction( CorvaneCentral::ModId module, U32 entryId ) {
-   Shim::Sdk& sdk = *Shim::sdk_;
-   int const unit = module;
-   // Deliberately extraction control 0 under the full mask.
-   CORVANE_SDK_CALL(
-       "bcm_field_action_add( unit, entryId, bcmFieldActionAssignExtractionCtrlId, 0, "
-       "0x1f )",
-       sdk.bcm_field_action_add( unit, entryId, sdk.bcmFieldActionAssignExtractionCtrlId,
-                                 0, Corvane::extractionCtrlIdMask ) );
+   applyActions( module, entryId, skipEvxltActions );
 }
 
 // --- Creation ---

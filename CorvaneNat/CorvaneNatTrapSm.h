@@ -71,6 +71,8 @@ private:
 
 std::ostream& operator<<( std::ostream& os, TcpControl tcpControl );
 
+class TrapEntryRecipe;
+
 class TrapSm : public Fwk::Entity {
 public:
    typedef Fwk::Ptr<TrapSm> Ptr;
@@ -196,6 +198,10 @@ private:
    void releaseImplicitDenyEntry();
    // Priority and install of a complete entry.
    void installTrapEntry( U32 entryId, S32 priority );
+   // A new entry of the recipe's description, 0 when the TCAM is full.
+   U32 getTrapEntry( TrapEntryRecipe const& recipe );
+   // Makes the recipe's calls on a new entry, then sets its priority and installs it.
+   void doApplyRecipe( U32 entryId, TrapEntryRecipe const& recipe );
 
    CorvaneCentral::ModId modId_;
    std::unique_ptr<TrapConfigReactor> trapConfig_;

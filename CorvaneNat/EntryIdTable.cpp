@@ -1,6 +1,7 @@
 #include "CorvaneNat/EntryIdTable.h"
 
 #include <ostream>
+#include <utility>
 
 #include "platform/fwk/Assert.h"
 
@@ -8,6 +9,34 @@ namespace Corvane {
 
 EntryIdTableEntry::EntryIdTableEntry( char const*, char const* ) {
    FWK_ASSERT( !"No String constructor for EntryIdTableEntry - has collection" );
+}
+
+EntryIdTableEntry::EntryIdTableEntry( EntryIdTableEntry const& other )
+    : key_( other.key_ ),
+      defaultEntryId_( other.defaultEntryId_ ),
+      fragEntryId_( other.fragEntryId_ ),
+      dataQualifiers_( other.dataQualifiers_ ) {}
+
+EntryIdTableEntry::EntryIdTableEntry( EntryIdTableEntry&& other ) noexcept
+    : key_( other.key_ ),
+      defaultEntryId_( std::move( other.defaultEntryId_ ) ),
+      fragEntryId_( std::move( other.fragEntryId_ ) ),
+      dataQualifiers_( other.dataQualifiers_ ) {}
+
+EntryIdTableEntry& EntryIdTableEntry::operator=( EntryIdTableEntry const& other ) {
+   key_ = other.key_;
+   defaultEntryId_ = other.defaultEntryId_;
+   fragEntryId_ = other.fragEntryId_;
+   dataQualifiers_ = other.dataQualifiers_;
+   return *this;
+}
+
+EntryIdTableEntry& EntryIdTableEntry::operator=( EntryIdTableEntry&& other ) noexcept {
+   key_ = other.key_;
+   defaultEntryId_ = std::move( other.defaultEntryId_ );
+   fragEntryId_ = std::move( other.fragEntryId_ );
+   dataQualifiers_ = other.dataQualifiers_;
+   return *this;
 }
 
 EntryIdTableEntry EntryIdTableEntry::fromStrep( std::string const& text ) {
@@ -35,18 +64,23 @@ std::ostream& operator<<( std::ostream& os, EntryIdTableEntry const& entry ) {
 void EntryIdTable::entryIs( EntryIdTableEntry const& entry ) {
    auto found = rows_.find( entry );
    if ( found == rows_.end() ) {
-      rows_.insert( entry );
+      link( *rows_.insert( entry ).first );
       return;
    }
    FWK_ASSERT_TEXT( found->key() == entry.key(), "fwkKey() == KeyFunktor()( _value )" );
    if ( &*found != &entry ) {
       found->defaultEntryId_ = entry.defaultEntryId_;
       found->fragEntryId_ = entry.fragEntryId_;
+      found->dataQualifiers_ = entry.dataQualifiers_;
    }
 }
 
 EntryIdTable::const_iterator EntryIdTable::rowIs( Oro::NatHwKey const& key ) {
-   return rows_.insert( EntryIdTableEntry( key ) ).first;
+   auto inserted = rows_.insert( EntryIdTableEntry( key ) );
+   if ( inserted.second ) {
+      link( *inserted.first );
+   }
+   return inserted.first;
 }
 
 void EntryIdTable::entryIs( const_iterator row, EntryIdTableEntry const& entry ) {
@@ -54,6 +88,7 @@ void EntryIdTable::entryIs( const_iterator row, EntryIdTableEntry const& entry )
    if ( &*row != &entry ) {
       row->defaultEntryId_ = entry.defaultEntryId_;
       row->fragEntryId_ = entry.fragEntryId_;
+      row->dataQualifiers_ = entry.dataQualifiers_;
    }
 }
 
@@ -65,8 +100,38 @@ EntryIdTableEntry EntryIdTable::entryDel( Oro::NatHwKey const& key ) {
    EntryIdTableEntry removed( found->key() );
    removed.defaultEntryId_ = std::move( found->defaultEntryId_ );
    removed.fragEntryId_ = std::move( found->fragEntryId_ );
+   unlink( *found );
    rows_.erase( found );
    return removed;
+}
+
+void EntryIdTable::entryDelAll() {
+   rows_.clear();
+   first_ = last_ = nullptr;
+}
+
+EntryIdTableEntry const* EntryIdTable::row( Oro::NatHwKey const& key ) const {
+   auto found = rows_.find( EntryIdTableEntry( key ) );
+   return found == rows_.end() ? nullptr : &*found;
+}
+
+// Rows are nodes of the hash set: they stay where they are across rehashes, so links
+// between them stay valid until a row is removed.
+void EntryIdTable::link( EntryIdTableEntry const& row ) {
+   row.prev_ = last_;
+   row.next_ = nullptr;
+   if ( last_ ) {
+      last_->next_ = &row;
+   } else {
+      first_ = &row;
+   }
+   last_ = &row;
+}
+
+void EntryIdTable::unlink( EntryIdTableEntry const& row ) {
+   ( row.prev_ ? row.prev_->next_ : first_ ) = row.next_;
+   ( row.next_ ? row.next_->prev_ : last_ ) = row.prev_;
+   row.prev_ = row.next_ = nullptr;
 }
 
 EntryIdTableEntry EntryIdTable::entry( Oro::NatHwKey const& key ) const {

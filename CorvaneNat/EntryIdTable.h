@@ -10,7 +10,13 @@
 //
 // The table is the worker's own memory (not mounted, not shared) and keeps each row once:
 // the hash set is keyed by the row's own key, so a single-VLAN key costs one hash node
-// of key plus two small maps.
+// of key plus two small maps and two links.
+//
+// The table's own order is the order in which its rows were inserted: first(), then
+// next( row ). It does not depend on how the hash set places its rows, so it survives
+// rehashes, and inserting or removing a row leaves the order of the others as it was
+// (a new row comes last). A walk that stops after a row and resumes after it later (the
+// show command) meets every row present all along exactly once.
 
 #include <cstddef>
 #include <iosfwd>
@@ -29,6 +35,11 @@ public:
    // An empty row: the default key and no entry ids.
    EntryIdTableEntry() = default;
    explicit EntryIdTableEntry( Oro::NatHwKey const& key ) : key_( key ) {}
+   // Copies are values: the table's links stay with the stored row.
+   EntryIdTableEntry( EntryIdTableEntry const& other );
+   EntryIdTableEntry( EntryIdTableEntry&& other ) noexcept;
+   EntryIdTableEntry& operator=( EntryIdTableEntry const& other );
+   EntryIdTableEntry& operator=( EntryIdTableEntry&& other ) noexcept;
    // Rows have collections and cannot be built from their text; this stops the process.
    EntryIdTableEntry( char const* first, char const* last );
    static EntryIdTableEntry fromStrep( std::string const& text );
@@ -53,6 +64,12 @@ public:
    U32 fragEntryIdDel( U16 vlanId ) { return fragEntryId_.entryIdDel( vlanId ); }
    void fragEntryIdDelAll() { fragEntryId_.entryIdDelAll(); }
 
+   // The qualifiers that follow the key's data (natDataQualifiers) which some entry of
+   // the row may hold, one bit per qualifier call (FpQualifierSet): what a
+   // reprogramming takes off an entry when its new recipe no longer sets them.
+   U16 dataQualifiers() const { return dataQualifiers_; }
+   void dataQualifiersIs( U16 qualifiers ) { dataQualifiers_ = qualifiers; }
+
    // True unless the row is empty (default key and both maps empty).
    explicit operator bool() const;
    bool operator==( EntryIdTableEntry const& other ) const;
@@ -66,6 +83,10 @@ private:
    // not part of the row's hash.
    mutable VlanEntryIdMap defaultEntryId_;
    mutable VlanEntryIdMap fragEntryId_;
+   mutable U16 dataQualifiers_ = 0;
+   // The neighbours of a stored row in the table's order.
+   mutable EntryIdTableEntry const* prev_ = nullptr;
+   mutable EntryIdTableEntry const* next_ = nullptr;
 };
 
 // "Value('Corvane::EntryIdTableEntry', ** {'key': <key>, 'defaultEntryId': None,
@@ -95,6 +116,8 @@ public:
    typedef Rows::const_iterator const_iterator;
 
    EntryIdTable() = default;
+   EntryIdTable( EntryIdTable const& ) = delete;
+   EntryIdTable& operator=( EntryIdTable const& ) = delete;
 
    // Stores a row under its key: a present row's maps are replaced (not merged) by the
    // given row's; an absent row is inserted as a copy.
@@ -107,7 +130,7 @@ public:
    void entryIs( const_iterator row, EntryIdTableEntry const& entry );
    // Removes the row of a key and returns it; an empty row when there was none.
    EntryIdTableEntry entryDel( Oro::NatHwKey const& key );
-   void entryDelAll() { rows_.clear(); }
+   void entryDelAll();
 
    // A copy of the row of a key, or an empty row (false as a bool) when absent.
    EntryIdTableEntry entry( Oro::NatHwKey const& key ) const;
@@ -118,27 +141,24 @@ public:
    const_iterator end() const { return rows_.end(); }
    const_iterator find( Oro::NatHwKey const& key ) const;
 
-   // The hash layout, for walks that resume after other work ran (the show command).
-   // The rows live in bucketCount() buckets, a key in bucket bucketOf( key,
-   // bucketCount() ) (its hash modulo the count, as the standard library places it);
-   // bucketBegin( b ) to bucketEnd( b ) walks bucket b. The rows of a bucket follow each
-   // other in the table's order. Inserting and removing rows keep the order of the other
-   // rows; a rehash as the table grows (bucketCount() changes) moves rows between
-   // buckets and reorders them.
-   typedef Rows::const_local_iterator const_local_iterator;
+   // The table's own order (see above): its first row, and the row after a stored one;
+   // null after the last. A row stays valid until it is removed.
+   EntryIdTableEntry const* first() const { return first_; }
+   static EntryIdTableEntry const* next( EntryIdTableEntry const& row ) {
+      return row.next_;
+   }
+   // The stored row of a key, or null.
+   EntryIdTableEntry const* row( Oro::NatHwKey const& key ) const;
+   // The hash set's bucket count: it grows as the table rehashes.
    std::size_t bucketCount() const { return rows_.bucket_count(); }
-   static std::size_t bucketOf( Oro::NatHwKey const& key, std::size_t buckets ) {
-      return RowHash::of( key ) % buckets;
-   }
-   const_local_iterator bucketBegin( std::size_t bucket ) const {
-      return rows_.begin( bucket );
-   }
-   const_local_iterator bucketEnd( std::size_t bucket ) const {
-      return rows_.end( bucket );
-   }
 
 private:
+   void link( EntryIdTableEntry const& row );
+   void unlink( EntryIdTableEntry const& row );
+
    Rows rows_;
+   EntryIdTableEntry const* first_ = nullptr;
+   EntryIdTableEntry const* last_ = nullptr;
 };
 
 }  // namespace Corvane

@@ -1,5 +1,7 @@
 #include "CorvaneNat/NatChipConfig.h"
 
+#include <algorithm>
+#include <iterator>
 #include <vector>
 
 #include "CorvaneNat/NatTrace.h"
@@ -64,46 +66,43 @@ void doConfigureMcastTranslationMode( U16 unit, Ip::Nat::McastTranslationMode co
 void doEnableL4PortTranslation( U16 unit, U32 idx ) {
    Shim::Sdk& sdk = *Shim::sdk_;
    int const mem = sdk.L4_PORT_XLATEm;
-   std::vector<U32> entry( static_cast<std::size_t>( sdk.SOC_MAX_MEM_WORDS ), 0 );
-   CORVANE_SDK_CALL(
-       "soc_mem_read( unit, mem, MEM_BLOCK_ANY, idx, entry )",
-       sdk.soc_mem_read( unit, mem, sdk.MEM_BLOCK_ANY, int( idx ), entry.data() ) );
-   sdk.soc_mem_field32_set( unit, mem, entry.data(), sdk.XLATE_ENABLEf,
+   int const MEM_BLOCK_ANY = sdk.MEM_BLOCK_ANY;
+   int const MEM_BLOCK_ALL = sdk.MEM_BLOCK_ALL;
+   std::vector<U32> words( static_cast<std::size_t>( sdk.SOC_MAX_MEM_WORDS ), 0 );
+   U32* const entry = words.data();
+   CORVANE_SDK( soc_mem_read, unit, mem, MEM_BLOCK_ANY, idx, entry );
+   sdk.soc_mem_field32_set( unit, mem, entry, sdk.XLATE_ENABLEf,
                             l4PortTranslationEnable );
-   CORVANE_SDK_CALL(
-       "soc_mem_write( unit, mem, MEM_BLOCK_ALL, idx, entry )",
-       sdk.soc_mem_write( unit, mem, sdk.MEM_BLOCK_ALL, int( idx ), entry.data() ) );
+   CORVANE_SDK( soc_mem_write, unit, mem, MEM_BLOCK_ALL, idx, entry );
 }
 
 void doConfigureOpaqueObjectStrength( U16 unit ) {
    NAT_TRACE( 8, "doConfigureOpaqueObjectStrength", " unit " << unit );
    Shim::Sdk& sdk = *Shim::sdk_;
+   int const MEM_BLOCK_ANY = sdk.MEM_BLOCK_ANY;
+   int const MEM_BLOCK_ALL = sdk.MEM_BLOCK_ALL;
+   // Row buffers as words: read through the array, written through its address.
+   U32 entry[sizeof( Shim::opaque_strength_a_entry_t ) / sizeof( U32 )];
+   static_assert( sizeof( entry ) >= sizeof( Shim::opaque_strength_b_entry_t ),
+                  "one buffer serves both memories" );
    for ( int index = 0; index < opaqueStrengthRows; ++index ) {
       {
          int const mem = sdk.OPAQUE_STRENGTH_Am;
-         Shim::opaque_strength_a_entry_t entry{};
-         CORVANE_SDK_CALL(
-             "soc_mem_read( unit, mem, MEM_BLOCK_ANY, index, entry )",
-             sdk.soc_mem_read( unit, mem, sdk.MEM_BLOCK_ANY, index, &entry ) );
-         sdk.soc_mem_field32_set( unit, mem, &entry, sdk.OPAQUE1_STRENGTHf,
+         std::fill( std::begin( entry ), std::end( entry ), 0u );
+         CORVANE_SDK( soc_mem_read, unit, mem, MEM_BLOCK_ANY, index, entry );
+         sdk.soc_mem_field32_set( unit, mem, entry, sdk.OPAQUE1_STRENGTHf,
                                   opaqueStrengthA );
-         sdk.soc_mem_field32_set( unit, mem, &entry, sdk.OPAQUE2_STRENGTHf,
+         sdk.soc_mem_field32_set( unit, mem, entry, sdk.OPAQUE2_STRENGTHf,
                                   opaqueStrengthA );
-         CORVANE_SDK_CALL(
-             "soc_mem_write( unit, mem, MEM_BLOCK_ALL, index, &entry )",
-             sdk.soc_mem_write( unit, mem, sdk.MEM_BLOCK_ALL, index, &entry ) );
+         CORVANE_SDK( soc_mem_write, unit, mem, MEM_BLOCK_ALL, index, &entry );
       }
       {
          int const mem = sdk.OPAQUE_STRENGTH_Bm;
-         Shim::opaque_strength_b_entry_t entry{};
-         CORVANE_SDK_CALL(
-             "soc_mem_read( unit, mem, MEM_BLOCK_ANY, index, entry )",
-             sdk.soc_mem_read( unit, mem, sdk.MEM_BLOCK_ANY, index, &entry ) );
-         sdk.soc_mem_field32_set( unit, mem, &entry, sdk.OPAQUE_STRENGTHf,
+         std::fill( std::begin( entry ), std::end( entry ), 0u );
+         CORVANE_SDK( soc_mem_read, unit, mem, MEM_BLOCK_ANY, index, entry );
+         sdk.soc_mem_field32_set( unit, mem, entry, sdk.OPAQUE_STRENGTHf,
                                   opaqueStrengthB );
-         CORVANE_SDK_CALL(
-             "soc_mem_write( unit, mem, MEM_BLOCK_ALL, index, &entry )",
-             sdk.soc_mem_write( unit, mem, sdk.MEM_BLOCK_ALL, index, &entry ) );
+         CORVANE_SDK( soc_mem_write, unit, mem, MEM_BLOCK_ALL, index, &entry );
       }
    }
 }
@@ -111,9 +110,9 @@ void doConfigureOpaqueObjectStrength( U16 unit ) {
 void doConfigureHardwareFields( U16 unit, Ip::Nat::McastTranslationMode::PtrConst mode ) {
    Shim::Sdk& sdk = *Shim::sdk_;
    int const reg = sdk.MCAST_XLATE_TYPESr;
+   int const REG_PORT_ANY = sdk.REG_PORT_ANY;
    U32 val = 0;
-   CORVANE_SDK_CALL( "soc_reg32_get( unit, reg, REG_PORT_ANY, 0, &val )",
-                     sdk.soc_reg32_get( unit, reg, sdk.REG_PORT_ANY, 0, &val ) );
+   CORVANE_SDK( soc_reg32_get, unit, reg, REG_PORT_ANY, 0, &val );
    for ( int field : { sdk.FIXED_1f, sdk.FIXED_2f, sdk.FIXED_3f } ) {
       sdk.soc_reg_field_set( unit, reg, &val, field, 3 );
    }
@@ -121,8 +120,7 @@ void doConfigureHardwareFields( U16 unit, Ip::Nat::McastTranslationMode::PtrCons
       sdk.soc_reg_field_set( unit, reg, &val, field, 1 );
    }
    doConfigureMcastTranslationMode( unit, mode.ptr(), &val );
-   CORVANE_SDK_CALL( "soc_reg32_set( unit, reg, REG_PORT_ANY, 0, val )",
-                     sdk.soc_reg32_set( unit, reg, sdk.REG_PORT_ANY, 0, val ) );
+   CORVANE_SDK( soc_reg32_set, unit, reg, REG_PORT_ANY, 0, val );
 
    U32 const* rows = sdk.natChipFamilyTest( unit ) ? l4PortRowsFamily : l4PortRowsOther;
    for ( std::size_t i = 0; i < l4PortRows; ++i ) {
@@ -130,14 +128,9 @@ void doConfigureHardwareFields( U16 unit, Ip::Nat::McastTranslationMode::PtrCons
    }
    doConfigureOpaqueObjectStrength( unit );
 
-   ::Corvane::sdkCallDoneTolerating(
-       [&] {
-          Fwk::ActivityLockRelease release;
-          return sdk.bcm_switch_control_set( unit, sdk.bcmSwitchL3EgressMode, true );
-       }(),
-       sdk.l3EgressModeTolerableRc,
-       "bcm_switch_control_set( unit, bcmSwitchL3EgressMode, true )", __FILE__, __LINE__,
-       __func__ );
+   int const bcmSwitchL3EgressMode = sdk.bcmSwitchL3EgressMode;
+   CORVANE_SDK_TOLERATING( sdk.l3EgressModeTolerableRc, bcm_switch_control_set, unit,
+                           bcmSwitchL3EgressMode, true );
 }
 
 }  // namespace Corvane

@@ -11,22 +11,49 @@ namespace Corvane {
 
 namespace {
 
-constexpr U32 resultDone = 1;
-constexpr U32 resultHardwareFull = 2;
-
-bool isSourceSide( Oro::NatHwKey::NatKeyType type ) {
-   return type == Oro::NatHwKey::staticSrcNat || type == Oro::NatHwKey::twiceNatSrc ||
-          type == Oro::NatHwKey::dynamicSrcNat;
-}
-
-bool isDestinationSide( Oro::NatHwKey::NatKeyType type ) {
-   return type == Oro::NatHwKey::staticDstNat || type == Oro::NatHwKey::twiceNatDst ||
-          type == Oro::NatHwKey::dynamicDstNat;
-}
+constexpr Xact::XactSluiceStatus::Result resultDone = Xact::XactSluiceStatus::done;
+constexpr Xact::XactSluiceStatus::Result resultHardwareFull =
+    Xact::XactSluiceStatus::hwFull;
 
 }  // namespace
 
-void NatWorkerSm::answer( CorvaneNat::Uid uid, U32 result, U32 field ) {
+bool NatWorkerSm::transactionForThisModule( CorvaneNat::Uid uid ) const {
+   if ( hitlessInitPhase() ) {
+      return true;
+   }
+   CorvaneNat::ModSet const* modSet = modSetDir() ? modSetDir()->modSet( uid ) : nullptr;
+   return modSet && modSet->hasModule( modId() );
+}
+
+bool NatWorkerSm::modeHoldsKey( Oro::NatHwKey const& hwKey ) const {
+   if ( !hwKey.isDynamicNat() ) {
+      return true;
+   }
+   // Each mode refuses only the keys it cannot make entries for (address-only mode: a
+   // key missing an old address; the port mode: a key with an old port), so a key with
+   // neither is programmed in either mode.
+   bool const zeroAddress =
+       hwKey.srcIpAndPortOld().ip().isZero() || hwKey.dstIpAndPortOld().ip().isZero();
+   bool const port =
+       hwKey.srcIpAndPortOld().port() != 0 || hwKey.dstIpAndPortOld().port() != 0;
+   return !( zeroAddress && isAddrOnlyMode() ) && !( port && !isAddrOnlyMode() );
+}
+
+bool NatWorkerSm::commitProgramsKey( Oro::NatHwShadowEntry const& entry ) const {
+   Oro::NatHwKey const& key = entry.key();
+   Oro::NatHwShadowEntry::Dirty const dirty = entry.dirty();
+   if ( !transactionForThisModule( entry.uid() ) || !modeHoldsKey( key ) ||
+        ( dirty != Oro::NatHwShadowEntry::clean &&
+          dirty != Oro::NatHwShadowEntry::programPending ) ) {
+      return false;
+   }
+   NatKeySide const side = natKeySide( key.keyType() );
+   return side == NatKeySide::source ||
+          ( side == NatKeySide::destination && entry.data().vlanIds() > 0 );
+}
+
+void NatWorkerSm::answer( CorvaneNat::Uid uid, Xact::XactSluiceStatus::Result result,
+                          U32 field ) {
    Xact::XactSluiceStatus status;
    status.key = Xact::XactSluiceKey( uid );
    status.result = result;
@@ -37,14 +64,10 @@ void NatWorkerSm::answer( CorvaneNat::Uid uid, U32 result, U32 field ) {
 void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
    FWK_ASSERT( initialized() );
 
-   if ( !hitlessInitPhase() ) {
-      CorvaneNat::ModSet const* modSet =
-          modSetDir() ? modSetDir()->modSet( uid ) : nullptr;
-      if ( !modSet || !modSet->hasModule( modId() ) ) {
-         NAT_TRACE( 8, "doCommitHwConfig",
-                    " mod " << modId() << " uid " << uid << " not in pending set" );
-         return;
-      }
+   if ( !transactionForThisModule( uid ) ) {
+      NAT_TRACE( 8, "doCommitHwConfig",
+                 " mod " << modId() << " uid " << uid << " not in pending set" );
+      return;
    }
 
    Oro::NatHwKey const* const uidKey = uidHwKeyTable()->entry( uid );
@@ -56,19 +79,16 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
    U32 const field = xactSluiceConfigDir()->xactConfig( xactSluiceKey )->field;
 
    // Dynamic keys that the hardware mode cannot hold are answered without hardware.
-   if ( hwKey.isDynamicNat() ) {
-      bool const zeroAddress =
-          hwKey.srcIpAndPortOld().ip().isZero() || hwKey.dstIpAndPortOld().ip().isZero();
-      bool const port =
-          hwKey.srcIpAndPortOld().port() != 0 || hwKey.dstIpAndPortOld().port() != 0;
-      if ( ( zeroAddress && isAddrOnlyMode() ) || ( port && !isAddrOnlyMode() ) ) {
-         answer( uid, resultDone, field );
-         return;
-      }
+   if ( !modeHoldsKey( hwKey ) ) {
+      answer( uid, resultDone, field );
+      return;
    }
 
-   Oro::NatHwShadowEntry const* shadowEntry = shadow()->entry( hwKey );
-   FWK_ASSERT_TEXT( shadowEntry, "shadow()->entryHas( hwKey )" );
+   // The paired key is the key itself, with its own shadow data: its one lookup gives
+   // the dirty state and the data programmed.
+   Oro::NatHwKey const& hwKey0 = hwKey;
+   Oro::NatHwShadowEntry const* shadowEntry = shadow()->entry( hwKey0 );
+   FWK_ASSERT_TEXT( shadowEntry, "shadow()->entryHas( hwKey0 )" );
    Oro::NatHwShadowEntry::Dirty const dirty = shadowEntry->dirty();
    if ( dirty == Oro::NatHwShadowEntry::deletePending ) {
       EntryIdTableEntry const row = entryIdTable()->entry( hwKey );
@@ -91,25 +111,23 @@ void NatWorkerSm::doCommitHwConfig( CorvaneNat::Uid uid ) {
       FWK_ASSERT( hitlessInitPhase() && "invalid hw access with clean shadow" );
    }
 
-   // The paired key is the key itself, with its own shadow data.
-   Oro::NatHwKey const& hwKey0 = hwKey;
    // Nothing has changed the shadow since shadowEntry was found.
    Oro::NatHwData const shadowData0 = shadowEntry->data();
    NAT_TRACE( 8, "doCommitHwConfig",
               "uid:" << uid << " dirty: " << Oro::valueToStrep( dirty )
                      << "shadowData0=" << shadowData0.stringValue() );
 
-   U32 result = resultDone;
-   Oro::NatHwKey::NatKeyType const type = hwKey.keyType();
+   Xact::XactSluiceStatus::Result result = resultDone;
    // doProgram( hwKey, hwKey0, shadowData0, vlanId ) for each VLAN, with the key's
    // lookups made once: its shadow data is shadowData0 (hwKey0 is hwKey).
-   if ( isSourceSide( type ) ) {
+   NatKeySide const side = natKeySide( hwKey.keyType() );
+   if ( side == NatKeySide::source ) {
       ProgramContext context( shadowData0, entryIdTable()->rowIs( hwKey ) );
       if ( !doProgram( context, hwKey, hwKey0, shadowData0, 0 ) ) {
          result = resultHardwareFull;
       }
       storeRow( context );
-   } else if ( isDestinationSide( type ) ) {
+   } else if ( side == NatKeySide::destination ) {
       // The VLAN set, built before anything is programmed, so that data claiming more
       // VLANs than the array holds stops here on the range error. It holds at most 64
       // ids: a scan of them beats a hash set.

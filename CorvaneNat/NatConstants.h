@@ -16,8 +16,8 @@ constexpr S32 natEntryPriority = 0x7fffffff;
 constexpr U32 classVfpAclDrop_ = 8;
 
 constexpr U8 TCAM_FIELD_IPPROTO_MASK = 0xff;
-constexpr U8 IPPROTO_TCP_ = 6;
-constexpr U8 IPPROTO_UDP_ = 17;
+constexpr U8 IPPROTO_TCP = 6;
+constexpr U8 IPPROTO_UDP = 17;
 
 // Extraction-control ids: which rewrite the chip's later stage applies.
 constexpr U32 extractionCtrlIdMask = 0x1f;

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "CorvaneNat/DescriptionText.h"
+#include "CorvaneNat/NatEntryRecipe.h"
 #include "CorvaneNat/NatWorkerSm.h"
 
 namespace Corvane {
@@ -27,12 +28,20 @@ DescriptionText& operator<<( DescriptionText& text, Prefix prefix ) {
 std::string NatWorkerSm::generateTcamEntryDescription( Oro::NatHwKey const& hwKey,
                                                        U16 vlanId, bool fragEntry,
                                                        bool multicast ) const {
+   return natEntryDescription(
+       hwKey, vlanId, fragEntry ? NatEntryKind::fragEntry : NatEntryKind::defaultEntry,
+       multicast, mode() );
+}
+
+std::string natEntryDescription( Oro::NatHwKey const& hwKey, U16 vlanId,
+                                 NatEntryKind kind, bool multicast, NatWorkerMode mode ) {
+   bool const fragEntry = kind == NatEntryKind::fragEntry;
    Oro::NatHwKey::NatKeyType const type = hwKey.keyType();
    if ( type == Oro::NatHwKey::dynamicSrcNat || type == Oro::NatHwKey::dynamicDstNat ) {
       if ( hwKey.isAddrOnlyNat() ) {
-         FWK_ASSERT( !isAddrOnlyMode() );
+         FWK_ASSERT_TEXT( !mode.addrOnly, "!isAddrOnlyMode()" );
       } else {
-         FWK_ASSERT( isAddrOnlyMode() );
+         FWK_ASSERT_TEXT( mode.addrOnly, "isAddrOnlyMode()" );
       }
    }
    // A VLAN replaces "(multicast)": a multicast entry with a VLAN shows the VLAN alone.

@@ -140,8 +140,8 @@ void NatWorkerSm::handleFragment() {
       for ( FragEntryToAdd const& add : missing ) {
          U32 const id = entryManager->getEntry(
              unit(),
-             generateTcamEntryDescription( add.slot.key, add.slot.vlanId, true,
-                                           add.data.multicast() ),
+             natEntryDescription( add.slot.key, add.slot.vlanId, NatEntryKind::fragEntry,
+                                  add.data.multicast(), mode() ),
              CorvaneTcam::RequestKey() );
          if ( id == 0 ) {
             room = false;
@@ -174,8 +174,12 @@ void NatWorkerSm::handleFragment() {
                  " adding frag entry " << fragEntryId << " for vlan " << add.slot.vlanId
                                        << " key " << add.slot.key.stringValue() );
       // The key itself is the paired key, with its own shadow data, as in the commit.
-      doProgramEntry( fragEntryId, false, true, add.slot.key, add.data, add.slot.key,
-                      add.data, add.slot.vlanId, add.opaqueId );
+      FpQualifierSet const holds =
+          doProgramEntry( fragEntryId, false, true, add.slot.key, add.data, add.slot.key,
+                          add.data, add.slot.vlanId, add.opaqueId );
+      // The data may be newer than the default entries': the row keeps both.
+      row.dataQualifiersIs( row.dataQualifiers() | holds );
+      entryIdTable()->entryIs( row );
    }
 }
 

@@ -87,36 +87,27 @@ void NatMounter::doMountsComplete( Orrery::MountStatus mountStatus,
 
    auto tcamManager = sharedEntity<CorvaneTcamGroupManager>( "tcamManager" );
    auto commonSmData = sharedEntity<CorvaneCommonSmData const>( "corvaneCommon" );
-   rootSmIs( commonSmData, tcamManager, sharedGroup, sharedMem, tableCapacity,
-             capabilityConfig, capabilityStatus, tcamHitCountStatus, mcastTranslationMode,
-             trapConfig );
+   NatWorkerRootDeps deps;
+   deps.commonSmData = commonSmData;
+   deps.tcamGroupManager = tcamManager;
+   deps.mountGroup = sharedGroup;
+   deps.entityManager = sharedMem;
+   deps.tableCapacity = tableCapacity;
+   deps.capabilityConfig = capabilityConfig;
+   deps.capabilityStatus = capabilityStatus;
+   deps.tcamHitCountStatus = tcamHitCountStatus;
+   deps.mcastTranslationMode = mcastTranslationMode;
+   deps.trapConfig = trapConfig;
+   rootSmIs( deps );
 }
 
-NatWorkerRootSm::Ptr NatMounter::rootSmIs(
-    CorvaneCommonSmData::PtrConst const& commonSmData,
-    CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-    VekSharedMem::MountGroup::PtrConst const& mountGroup,
-    VekSharedMem::EntityManager::Ptr const& sharedEntityManager,
-    OroCapacity::TableCapacity::Ptr const& tableCapacity,
-    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus,
-    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-    Oro::NatTrapConfig::PtrConst const& trapConfig ) {
-   std::vector<void const*> args = {
-       commonSmData.ptr(),        tcamGroupManager.ptr(),   mountGroup.ptr(),
-       sharedEntityManager.ptr(), tableCapacity.ptr(),      capabilityConfig.ptr(),
-       capabilityStatus.ptr(),    tcamHitCountStatus.ptr(), mcastTranslationMode.ptr(),
-       trapConfig.ptr() };
-   if ( rootSm_ && args == rootArgs_ ) {
+NatWorkerRootSm::Ptr NatMounter::rootSmIs( NatWorkerRootDeps const& deps ) {
+   if ( rootSm_ && deps == rootDeps_ ) {
       return rootSm_;
    }
    rootSmDel();
-   rootArgs_ = args;
-   rootSm_ =
-       NatWorkerRootSmIs( commonSmData, tcamGroupManager, mountGroup, sharedEntityManager,
-                          tableCapacity, capabilityConfig, capabilityStatus,
-                          tcamHitCountStatus, mcastTranslationMode, trapConfig );
+   rootDeps_ = deps;
+   rootSm_ = NatWorkerRootSmIs( deps );
    return rootSm_;
 }
 
@@ -126,7 +117,7 @@ void NatMounter::rootSmDel() {
       rootSm_->natWorkerSmDelAll();
    }
    rootSm_ = nullptr;
-   rootArgs_.clear();
+   rootDeps_ = NatWorkerRootDeps();
 }
 
 }  // namespace Corvane

@@ -25,17 +25,8 @@ public:
                           Orrery::EntityManager::Ptr entityManager ) override;
 
    NatWorkerRootSm* rootSm() const { return rootSm_.ptr(); }
-   NatWorkerRootSm::Ptr rootSmIs(
-       CorvaneCommonSmData::PtrConst const& commonSmData,
-       CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-       VekSharedMem::MountGroup::PtrConst const& mountGroup,
-       VekSharedMem::EntityManager::Ptr const& sharedEntityManager,
-       OroCapacity::TableCapacity::Ptr const& tableCapacity,
-       CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-       CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-       CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus,
-       Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-       Oro::NatTrapConfig::PtrConst const& trapConfig );
+   // The root, built anew unless the present one was built from an equal value.
+   NatWorkerRootSm::Ptr rootSmIs( NatWorkerRootDeps const& deps );
    void rootSmDel();
 
    // The process's NAT mounter (the one most recently built and not yet gone), or null;
@@ -45,7 +36,7 @@ public:
 private:
    NatWorkerRootSm::Ptr rootSm_;
    // The root's arguments, to keep a root built from the very same values.
-   std::vector<void const*> rootArgs_;
+   NatWorkerRootDeps rootDeps_;
 };
 
 }  // namespace Corvane

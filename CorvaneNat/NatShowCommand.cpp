@@ -18,6 +18,58 @@
 
 namespace Corvane {
 
+// Writes text into storage from `at` up to `end`. The storage is sized from the bounds
+// of what goes into it; every append is still checked against the end, so a miscounted
+// bound stops the process instead of writing past the storage.
+class ShowCursor {
+public:
+   ShowCursor( char* at, char* end ) : at_( at ), end_( end ) {}
+   char* at() const { return at_; }
+
+   template <std::size_t N>
+   void text( char const ( &literal )[N] ) {
+      text( literal, N - 1 );
+   }
+   void text( char const* text, std::size_t size ) {
+      room( size );
+      std::memcpy( at_, text, size );
+      at_ += size;
+   }
+   void character( char c ) {
+      room( 1 );
+      *at_++ = c;
+   }
+   template <class T>
+   void number( T value ) {
+      std::to_chars_result const written = std::to_chars( at_, end_, value );
+      FWK_ASSERT_TEXT( written.ec == std::errc(), "the show text fits its storage" );
+      at_ = written.ptr;
+   }
+   // The dotted form of an address, "10.0.0.1"; 15 characters at most.
+   void ip( U32 value ) {
+      for ( int shift = 24; shift >= 0; shift -= 8 ) {
+         number( ( value >> shift ) & 0xff );
+         if ( shift != 0 ) {
+            character( '.' );
+         }
+      }
+   }
+   // A value of fixed maximum size `bound`, through boundedCopy.
+   void bounded( char const* value, std::size_t size, std::size_t bound ) {
+      room( size < bound ? size : bound );
+      at_ = boundedCopy( at_, value, size, bound );
+   }
+
+private:
+   void room( std::size_t size ) const {
+      FWK_ASSERT_TEXT( size <= std::size_t( end_ - at_ ),
+                       "the show text fits its storage" );
+   }
+
+   char* at_;
+   char* end_;
+};
+
 namespace {
 
 char const showCommand[] = "ShowCorvaneNatSlice";
@@ -47,51 +99,15 @@ constexpr std::size_t fieldsTextMax = ( 9 + 10 + 1 ) + ( 15 + 31 + 2 ) + ( 7 + 1
                                       2;
 constexpr std::size_t objectTextMax = 11 + 8 + 5 + 2;
 
-// Writes text at a position in storage that the caller sized for it.
-class Cursor {
-public:
-   explicit Cursor( char* at ) : at_( at ) {}
-   char* at() const { return at_; }
-
-   template <std::size_t N>
-   void text( char const ( &literal )[N] ) {
-      std::memcpy( at_, literal, N - 1 );
-      at_ += N - 1;
-   }
-   void text( char const* text, std::size_t size ) {
-      std::memcpy( at_, text, size );
-      at_ += size;
-   }
-   void character( char c ) { *at_++ = c; }
-   // Numbers and addresses are written in place: the storage was sized for their
-   // bounds, which no value of their type exceeds.
-   template <class T>
-   void number( T value ) {
-      at_ = std::to_chars( at_, at_ + maxDigits<T>(), value ).ptr;
-   }
-   // The dotted form of an address, "10.0.0.1"; 15 characters at most.
-   void ip( U32 value ) {
-      for ( int shift = 24; shift >= 0; shift -= 8 ) {
-         at_ = std::to_chars( at_, at_ + 3, ( value >> shift ) & 0xff ).ptr;
-         if ( shift != 0 ) {
-            *at_++ = '.';
-         }
-      }
-   }
-
-private:
-   char* at_;
-};
-
 // The key's text form, as NatHwKey::stringValue() gives it; keyTextMax at most.
-void writeKeyText( Cursor& out, Oro::NatHwKey const& key ) {
+void writeKeyText( ShowCursor& out, Oro::NatHwKey const& key ) {
    static char const* const labels[4] = {
        " old sip: ", " new sip: ", " old dip: ", " new dip: " };
    Wirel::IpAndPort const fields[4] = { key.srcIpAndPortOld(), key.srcIpAndPortNew(),
                                         key.dstIpAndPortOld(), key.dstIpAndPortNew() };
    out.text( "type: " );
    std::string const type = Oro::valueToStrep( key.keyType() );
-   out = Cursor( boundedCopy( out.at(), type.data(), type.size(), keyTypeTextMax ) );
+   out.bounded( type.data(), type.size(), keyTypeTextMax );
    out.character( ',' );
    for ( int f = 0; f < 4; ++f ) {
       if ( !fields[f].isUnset() ) {
@@ -116,7 +132,7 @@ void writeKeyText( Cursor& out, Oro::NatHwKey const& key ) {
 }
 
 // "10.0.0.0/8", or "10.0.0.0/255.0.255.0" for a mask that is not a prefix.
-void writeFilterAddr( Cursor& out, Wirel::IpAddrWithFullMask const& addr ) {
+void writeFilterAddr( ShowCursor& out, Wirel::IpAddrWithFullMask const& addr ) {
    out.ip( addr.address().value() );
    out.character( '/' );
    if ( addr.maskIsContiguous() ) {
@@ -141,7 +157,7 @@ NatShowShadowFields shadowFieldsOf( Oro::NatHwShadowEntry const* entry ) {
 }
 
 // The fields after the entries (see the header); fieldsTextMax at most.
-void writeFields( Cursor& out, Oro::NatHwKey const& key,
+void writeFields( ShowCursor& out, Oro::NatHwKey const& key,
                   NatShowShadowFields const& shadow ) {
    out.text( "\"aclId\": " );
    out.number( key.aclId().value() );
@@ -199,48 +215,32 @@ void NatSliceCommandRequestSm::handleInitialized() {
 void NatSliceCommandRequestSm::handleAsyncCommand( int socket,
                                                    std::string const& format ) {
    NAT_TRACE( 8, handleAsyncCommandFn, " socket: " << socket << " format:" << format );
-   EntryIdTable const* const table = worker_->entryIdTable();
-   EntryIdTable::const_iterator row;
+   EntryIdTableEntry const* row = nullptr;
    if ( entryBookmark_ == Oro::NatHwKey() ) {
       NAT_TRACE( 8, handleAsyncCommandFn, " Initial iter" );
       output( "[" );
-      earlierLayouts_.clear();
-      layoutIs( table );
-      if ( table ) {
-         row = table->begin();
+      // The table this command shows, held until it ends.
+      table_ = worker_->entryIdTable();
+      if ( table_ ) {
+         row = table_->first();
       }
    } else {
       NAT_TRACE( 8, handleAsyncCommandFn, " Restarting from: " << entryBookmark_ );
-      if ( !table || !table->entryHas( entryBookmark_ ) ) {
+      if ( !table_ ) {
+         table_ = worker_->entryIdTable();  // a bookmark set before the first slice
+      }
+      EntryIdTableEntry const* const bookmark =
+          table_ ? table_->row( entryBookmark_ ) : nullptr;
+      if ( !bookmark ) {
          NAT_TRACE( 8, handleAsyncCommandFn, " No longer in table, stopping execution" );
          output( "]" );
          executionCompletedIs( true );
          return;
       }
-      if ( walkBookmark_ != entryBookmark_ || !layout_.table ) {
-         // A bookmark that this walk did not leave: the rows up to it count as walked.
-         layoutIs( table );
-         for ( row = table->begin(); row->key() != entryBookmark_; ++row ) {
-            layout_.passed[EntryIdTable::bucketOf( row->key(), layout_.buckets )] = true;
-         }
-         bookmarkBucketIs( *table,
-                           EntryIdTable::bucketOf( entryBookmark_, layout_.buckets ),
-                           entryBookmark_ );
-         ++row;
-      } else if ( layout_.table.ptr() != table ||
-                  layout_.buckets != table->bucketCount() ) {
-         // Reordered: start again, skipping what the earlier layouts walked.
-         layout_.table = nullptr;
-         earlierLayouts_.push_back( std::move( layout_ ) );
-         layoutIs( table );
-         row = table->begin();
-      } else {
-         row = table->find( entryBookmark_ );
-         ++row;
-      }
+      row = EntryIdTable::next( *bookmark );
    }
 
-   if ( table ) {
+   if ( row ) {
       pipeLayoutIs();
       Oro::NatHwShadow const* const shadow = worker_->shadow();
       // What the next rows show of their shadow entries, read together: each lookup
@@ -249,27 +249,21 @@ void NatSliceCommandRequestSm::handleAsyncCommand( int socket,
       std::array<NatShowShadowFields, shadowLookahead> shadowAhead;
       std::size_t looked = 0;
       std::size_t used = 0;
-      for ( ; row != table->end(); ++row ) {
+      for ( ; row; row = EntryIdTable::next( *row ) ) {
          if ( used == looked ) {
             used = looked = 0;
-            for ( auto ahead = row; ahead != table->end() && looked < shadowLookahead;
-                  ++ahead ) {
+            for ( EntryIdTableEntry const* ahead = row; ahead && looked < shadowLookahead;
+                  ahead = EntryIdTable::next( *ahead ) ) {
                shadowAhead[looked++] =
                    shadowFieldsOf( shadow ? shadow->entry( ahead->key() ) : nullptr );
             }
          }
-         NatShowShadowFields const& shadowFields = shadowAhead[used++];
          Oro::NatHwKey const& key = row->key();
-         std::size_t const bucket = EntryIdTable::bucketOf( key, layout_.buckets );
-         layout_.passed[bucket] = true;
-         // A row that an earlier layout walked is passed over, but still counts as a
-         // unit of work: a reordered table does not make a long slice.
-         if ( earlierLayouts_.empty() || !walkedEarlier( key ) ) {
-            NAT_TRACE( 9, handleAsyncCommandFn, " Iterating on: " << key );
-            writeRow( *row, shadowFields );
-         }
+         NAT_TRACE( 9, handleAsyncCommandFn, " Iterating on: " << key );
+         writeRow( *row, shadowAhead[used++] );
          if ( shouldYield() ) {
-            yieldAt( *table, bucket, key );
+            NAT_TRACE( 8, handleAsyncCommandFn, " Yielding after processing: " << key );
+            entryBookmarkIs( key );
             return;
          }
       }
@@ -277,58 +271,6 @@ void NatSliceCommandRequestSm::handleAsyncCommand( int socket,
    NAT_TRACE( 8, handleAsyncCommandFn, " Execution complete" );
    output( "]" );
    executionCompletedIs( true );
-}
-
-void NatSliceCommandRequestSm::layoutIs( EntryIdTable const* table ) {
-   layout_ = Layout();
-   if ( table ) {
-      layout_.table = table;
-      layout_.buckets = table->bucketCount();
-      layout_.passed.assign( layout_.buckets, false );
-   }
-}
-
-bool NatSliceCommandRequestSm::walked( Layout const& layout,
-                                       Oro::NatHwKey const& key ) const {
-   std::size_t const bucket = EntryIdTable::bucketOf( key, layout.buckets );
-   if ( !layout.passed[bucket] ) {
-      return false;
-   }
-   return bucket != layout.bookmarkBucket ||
-          std::find( layout.bookmarkBucketKeys.begin(), layout.bookmarkBucketKeys.end(),
-                     key ) != layout.bookmarkBucketKeys.end();
-}
-
-bool NatSliceCommandRequestSm::walkedEarlier( Oro::NatHwKey const& key ) const {
-   for ( Layout const& layout : earlierLayouts_ ) {
-      if ( walked( layout, key ) ) {
-         return true;
-      }
-   }
-   return false;
-}
-
-void NatSliceCommandRequestSm::yieldAt( EntryIdTable const& table, std::size_t bucket,
-                                        Oro::NatHwKey const& key ) {
-   NAT_TRACE( 8, handleAsyncCommandFn, " Yielding after processing: " << key );
-   entryBookmarkIs( key );
-   bookmarkBucketIs( table, bucket, key );
-}
-
-void NatSliceCommandRequestSm::bookmarkBucketIs( EntryIdTable const& table,
-                                                 std::size_t bucket,
-                                                 Oro::NatHwKey const& key ) {
-   walkBookmark_ = key;
-   layout_.passed[bucket] = true;
-   layout_.bookmarkBucket = bucket;
-   layout_.bookmarkBucketKeys.clear();
-   for ( auto row = table.bucketBegin( bucket ); row != table.bucketEnd( bucket );
-         ++row ) {
-      layout_.bookmarkBucketKeys.push_back( row->key() );
-      if ( row->key() == key ) {
-         break;
-      }
-   }
 }
 
 void NatSliceCommandRequestSm::pipeLayoutIs() {
@@ -356,8 +298,8 @@ void NatSliceCommandRequestSm::pipeLayoutIs() {
    }
 }
 
-char* NatSliceCommandRequestSm::writeEntry( char* at, U32 index, U32 entryId ) const {
-   Cursor out( at );
+void NatSliceCommandRequestSm::writeEntry( ShowCursor& out, U32 index,
+                                           U32 entryId ) const {
    out.text( "\"eid" );
    out.number( index );
    out.text( "\": \"" );
@@ -375,22 +317,21 @@ char* NatSliceCommandRequestSm::writeEntry( char* at, U32 index, U32 entryId ) c
       }
    }
    out.text( "\"," );
-   return out.at();
 }
 
 // One object per VLAN of the row (see the header): the key and VLAN, the VLAN's
 // entries, then the fields of the key and its shadow entry, which every object of the
 // row shares. The row's text is sized from the bounds of its parts and written in
-// place.
+// place, each part checked against its storage's end.
 void NatSliceCommandRequestSm::writeRow( EntryIdTableEntry const& row,
                                          NatShowShadowFields const& shadow ) {
    Oro::NatHwKey const& key = row.key();
    char keyText[keyTextMax];
-   Cursor keyOut( keyText );
+   ShowCursor keyOut( keyText, keyText + sizeof( keyText ) );
    writeKeyText( keyOut, key );
    std::size_t const keySize = std::size_t( keyOut.at() - keyText );
    char fieldsText[fieldsTextMax];
-   Cursor fieldsOut( fieldsText );
+   ShowCursor fieldsOut( fieldsText, fieldsText + sizeof( fieldsText ) );
    writeFields( fieldsOut, key, shadow );
    std::size_t const fieldsSize = std::size_t( fieldsOut.at() - fieldsText );
 
@@ -403,7 +344,7 @@ void NatSliceCommandRequestSm::writeRow( EntryIdTableEntry const& row,
    if ( rowText_.size() < most ) {
       rowText_.resize( most );
    }
-   Cursor out( &rowText_[0] );
+   ShowCursor out( &rowText_[0], &rowText_[0] + rowText_.size() );
    auto openObject = [&]() {
       out.text( "{\"hwKey\": \"" );
       out.text( keyText, keySize );
@@ -429,11 +370,11 @@ void NatSliceCommandRequestSm::writeRow( EntryIdTableEntry const& row,
       }
       out.text( "\"," );
       if ( d != defaults.end() && d->vlanId == vlanId ) {
-         out = Cursor( writeEntry( out.at(), 0, d->entryId ) );
+         writeEntry( out, 0, d->entryId );
          ++d;
       }
       if ( f != frags.end() && f->vlanId == vlanId ) {
-         out = Cursor( writeEntry( out.at(), 1, f->entryId ) );
+         writeEntry( out, 1, f->entryId );
          ++f;
       }
       out.text( fieldsText, fieldsSize );

@@ -41,20 +41,11 @@
 // Slicing. After each row the request asks shouldYield(); when told to yield it keeps
 // the row's key as its bookmark and returns; the framework runs the next slice later.
 // A slice that finds its bookmark gone from the table ends the output with "]".
-// While the table keeps its hash layout the walk resumes right after the bookmark:
-// inserting and removing rows keep the order of the others, so no row is written twice
-// and none is skipped; rows removed between slices are not written, rows inserted
-// between slices are written when they land after the bookmark and missed otherwise.
-// When the layout changed between slices (the table grew past its load and rehashed,
-// or the worker built a new table) the order is a new one: the walk starts again from
-// the first row and skips every row that the earlier layouts had walked. The walk keeps
-// one bit per bucket of each layout for that (a bucket's rows follow each other in the
-// table's order, so every bucket it passed was walked whole, except the bookmark's,
-// whose keys up to the bookmark it records when it yields), and a row's bucket in a
-// layout is a function of its key and that layout's bucket count. So again no row is
-// written twice and only rows inserted between slices may be missed. A row passed over
-// counts as a unit of work like a row written (the slice may yield after it, with its
-// key as the bookmark), so a reordered table does not make a long slice.
+// Otherwise it resumes right after the bookmark in the table's own order (insertion
+// order, EntryIdTable::first and next), which neither rehashes nor other rows coming
+// and going change: every row present for the whole command is written exactly once,
+// rows removed between slices are not written, and rows inserted between slices come
+// last and are written. The command shows the table the worker had when it began.
 //
 // Traces ("ApiCorvane"): 0 for refused commands, 8 for the request's steps, 9 for each
 // row ("Iterating on: ").
@@ -87,6 +78,9 @@ struct NatShowShadowFields {
    bool multicast = false;
 };
 
+// Appends text to storage, checked against its end (NatShowCommand.cpp).
+class ShowCursor;
+
 class NatSliceCommandRequestSm : public Agent::AgentAsyncCommandRequestSm {
 public:
    typedef Fwk::Ptr<NatSliceCommandRequestSm> Ptr;
@@ -114,36 +108,15 @@ private:
                                                Fwk::Clock::Ptr const& clock,
                                                NatWorkerSm::Ptr const& worker );
 
-   // A hash layout of the table as the walk saw it: the buckets it passed, and the
-   // bucket of the bookmark it left there with the keys of that bucket up to it.
-   struct Layout {
-      EntryIdTable::PtrConst table;  // held for the current layout only
-      std::size_t buckets = 0;
-      std::vector<bool> passed;
-      std::size_t bookmarkBucket = 0;
-      std::vector<Oro::NatHwKey> bookmarkBucketKeys;
-   };
-
-   void layoutIs( EntryIdTable const* table );
-   bool walked( Layout const& layout, Oro::NatHwKey const& key ) const;
-   bool walkedEarlier( Oro::NatHwKey const& key ) const;
-   void yieldAt( EntryIdTable const& table, std::size_t bucket,
-                 Oro::NatHwKey const& key );
-   // Records where the walk stands: at `key` of `bucket`.
-   void bookmarkBucketIs( EntryIdTable const& table, std::size_t bucket,
-                          Oro::NatHwKey const& key );
    void pipeLayoutIs();
    void writeRow( EntryIdTableEntry const& row, NatShowShadowFields const& shadow );
-   char* writeEntry( char* at, U32 index, U32 entryId ) const;
+   void writeEntry( ShowCursor& out, U32 index, U32 entryId ) const;
 
    NatWorkerSm::Ptr worker_;
    Oro::NatHwKey entryBookmark_;
 
-   // The layout of the walk and the bookmark it yielded at; the layouts it walked
-   // before the table was reordered.
-   Layout layout_;
-   Oro::NatHwKey walkBookmark_;
-   std::vector<Layout> earlierLayouts_;
+   // The table the command shows: the worker's when the command began.
+   EntryIdTable::PtrConst table_;
 
    // The unit's copies of an entry per pipe, read at the start of each slice, whether
    // an entry's places are written, and the most text an entry takes.

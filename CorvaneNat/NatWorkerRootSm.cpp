@@ -35,37 +35,20 @@ public:
    void onAttribute( Fwk::AttributeId, Fwk::KeyRef ) override {}
 };
 
-NatWorkerRootSm::NatWorkerRootSm(
-    CorvaneCommonSmData::PtrConst const& commonSmData,
-    CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-    VekSharedMem::MountGroup::PtrConst const& mountGroup,
-    VekSharedMem::EntityManager::Ptr const& entityManager,
-    OroCapacity::TableCapacity::Ptr const& tableCapacity,
-    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus,
-    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-    Oro::NatTrapConfig::PtrConst const& trapConfig )
-    : Entity( "NatWorkerRootSm" ),
-      tcamGroupManager_( tcamGroupManager ),
-      entityManager_( entityManager ),
-      tableCapacity_( tableCapacity ),
-      capabilityConfig_( capabilityConfig ),
-      capabilityStatus_( capabilityStatus ),
-      tcamHitCountStatus_( tcamHitCountStatus ),
-      mcastTranslationMode_( mcastTranslationMode ) {
-   if ( commonSmData ) {
-      scsd_ = std::make_unique<ScsdReactor>( commonSmData, this );
+NatWorkerRootSm::NatWorkerRootSm( NatWorkerRootDeps const& deps )
+    : Entity( "NatWorkerRootSm" ), deps_( deps ) {
+   if ( deps.commonSmData ) {
+      scsd_ = std::make_unique<ScsdReactor>( deps.commonSmData, this );
       scsd_->hasNotificationActiveIs( true );
    }
-   if ( mountGroup ) {
-      mountGroup_ = std::make_unique<MountGroupReactor>( mountGroup, this );
+   if ( deps.mountGroup ) {
+      mountGroup_ = std::make_unique<MountGroupReactor>( deps.mountGroup, this );
       mountGroup_->hasNotificationActiveIs( true );
       // The reactor's first connection to the group; no worker exists yet.
       handleMountGroupReady();
    }
-   if ( trapConfig ) {
-      trapConfig_ = std::make_unique<TrapConfigReactor>( trapConfig, this );
+   if ( deps.trapConfig ) {
+      trapConfig_ = std::make_unique<TrapConfigReactor>( deps.trapConfig, this );
       trapConfig_->hasNotificationActiveIs( true );
    }
    handleModule();
@@ -102,30 +85,36 @@ void NatWorkerRootSm::handleModule( CorvaneCentral::ModId modId ) {
        "corvanenat/ingXactSluiceStatusDir/" + std::to_string( modId );
    VekSharedMem::MountDescription description( 0 );
    description.collectionSizeIs( "xactStatus", 0x4000 );
-   entityManager_->doMount( statusPath, "Xact::XactSluiceStatusDir", description );
+   VekSharedMem::EntityManager& shared = *deps_.entityManager;
+   shared.doMount( statusPath, "Xact::XactSluiceStatusDir", description );
 
-   auto modSetDir = entityManager_->getEntity<CorvaneNat::ModSetDir const>(
-       "corvanenat/ingModSetDir" );
-   auto hwKeyUidTable = entityManager_->getEntity<CorvaneNat::HwKeyUidTable const>(
-       "corvanenat/hwKeyUidTable" );
-   auto uidHwKeyTable = entityManager_->getEntity<CorvaneNat::UidHwKeyTable const>(
-       "corvanenat/uidHwKeyTable" );
-   auto shadow =
-       entityManager_->getEntity<Oro::NatHwShadow const>( "corvanenat/hwShadow" );
-   auto statusDir = entityManager_->getEntity<Xact::XactSluiceStatusDir>( statusPath );
-   auto configDir = entityManager_->getEntity<Xact::XactSluiceConfigDir const>(
+   NatWorkerDeps deps;
+   deps.xactSluiceConfigDir = shared.getEntity<Xact::XactSluiceConfigDir const>(
        "corvanenat/ingXactSluiceConfigDir" );
-   natWorkerSmIs( configDir, statusDir, shadow, uidHwKeyTable, hwKeyUidTable, modSetDir,
-                  capabilityConfig_, capabilityStatus_, modId, tcamGroupManager_,
-                  scsd_->notifier(), mountGroup_ ? mountGroup_->notifier() : nullptr,
-                  tableCapacity_, mcastTranslationMode_,
-                  trapConfig_ ? trapConfig_->notifier() : nullptr, tcamHitCountStatus_ );
+   deps.xactSluiceStatusDir = shared.getEntity<Xact::XactSluiceStatusDir>( statusPath );
+   deps.shadow = shared.getEntity<Oro::NatHwShadow const>( "corvanenat/hwShadow" );
+   deps.uidHwKeyTable =
+       shared.getEntity<CorvaneNat::UidHwKeyTable const>( "corvanenat/uidHwKeyTable" );
+   deps.hwKeyUidTable =
+       shared.getEntity<CorvaneNat::HwKeyUidTable const>( "corvanenat/hwKeyUidTable" );
+   deps.modSetDir =
+       shared.getEntity<CorvaneNat::ModSetDir const>( "corvanenat/ingModSetDir" );
+   deps.capabilityConfig = deps_.capabilityConfig;
+   deps.capabilityStatus = deps_.capabilityStatus;
+   deps.modId = modId;
+   deps.tcamGroupManager = deps_.tcamGroupManager;
+   deps.commonSmData = deps_.commonSmData;
+   deps.mountGroup = deps_.mountGroup;
+   deps.tableCapacity = deps_.tableCapacity;
+   deps.mcastTranslationMode = deps_.mcastTranslationMode;
+   deps.trapConfig = deps_.trapConfig;
+   deps.tcamHitCountStatus = deps_.tcamHitCountStatus;
+   natWorkerSmIs( deps );
 }
 
 void NatWorkerRootSm::handleMountGroupReady() {
    bool const ready = mountGroup_->notifier()->ready();
-   NAT_TRACE( 8, "NatWorkerRootSm::handleMountGroupReady",
-              " mountGroup ready " << ready );
+   NAT_TRACE( 8, "NatWorkerRootSm::handleMountGroupReady", "mountGroup ready" << ready );
    if ( ready ) {
       for ( auto const& worker : natWorkerSm_ ) {
          worker.second->doInit();
@@ -135,47 +124,15 @@ void NatWorkerRootSm::handleMountGroupReady() {
    natWorkerSmDelAll();
 }
 
-NatWorkerSm::Ptr NatWorkerRootSm::natWorkerSmIs(
-    Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigDir,
-    Xact::XactSluiceStatusDir::Ptr const& xactSluiceStatusDir,
-    Oro::NatHwShadow::PtrConst const& shadow,
-    CorvaneNat::UidHwKeyTable::PtrConst const& uidHwKeyTable,
-    CorvaneNat::HwKeyUidTable::PtrConst const& hwKeyUidTable,
-    CorvaneNat::ModSetDir::PtrConst const& modSetDir,
-    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-    CorvaneCentral::ModId modId, CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-    CorvaneCommonSmData::PtrConst const& commonSmData,
-    VekSharedMem::MountGroup::PtrConst const& mountGroup,
-    OroCapacity::TableCapacity::Ptr const& tableCapacity,
-    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-    Oro::NatTrapConfig::PtrConst const& trapConfig,
-    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus ) {
-   auto existing = natWorkerSm_.find( modId );
+NatWorkerSm::Ptr NatWorkerRootSm::natWorkerSmIs( NatWorkerDeps const& deps ) {
+   auto existing = natWorkerSm_.find( deps.modId );
    if ( existing != natWorkerSm_.end() ) {
-      NatWorkerSm const& w = *existing->second;
-      bool const same =
-          w.xactSluiceConfigDir() == xactSluiceConfigDir.ptr() &&
-          w.xactSluiceStatusDir() == xactSluiceStatusDir.ptr() &&
-          w.shadow() == shadow.ptr() && w.uidHwKeyTable() == uidHwKeyTable.ptr() &&
-          w.hwKeyUidTable() == hwKeyUidTable.ptr() && w.modSetDir() == modSetDir.ptr() &&
-          w.capabilityConfig() == capabilityConfig.ptr() &&
-          w.capabilityStatus() == capabilityStatus.ptr() &&
-          w.tcamGroupManager() == tcamGroupManager.ptr() &&
-          w.commonSmData() == commonSmData.ptr() && w.mountGroup() == mountGroup.ptr() &&
-          w.tableCapacity() == tableCapacity.ptr() &&
-          w.mcastTranslationModeStatus() == mcastTranslationMode.ptr() &&
-          w.trapConfig() == trapConfig.ptr() &&
-          w.tcamHitCountStatus() == tcamHitCountStatus.ptr();
-      FWK_ASSERT_TEXT( same, "natWorkerSm re-instantiated with different arguments" );
+      FWK_ASSERT_TEXT( existing->second->deps() == deps,
+                       "natWorkerSm re-instantiated with different arguments" );
       return existing->second;
    }
-   NatWorkerSm::Ptr worker =
-       NatWorkerSmIs( xactSluiceConfigDir, xactSluiceStatusDir, shadow, uidHwKeyTable,
-                      hwKeyUidTable, modSetDir, capabilityConfig, capabilityStatus, modId,
-                      tcamGroupManager, commonSmData, mountGroup, tableCapacity,
-                      mcastTranslationMode, trapConfig, tcamHitCountStatus );
-   natWorkerSm_[modId] = worker;
+   NatWorkerSm::Ptr worker = NatWorkerSmIs( deps );
+   natWorkerSm_[deps.modId] = worker;
    worker->hasNotificationActiveIs( true );
    return worker;
 }
@@ -210,21 +167,8 @@ void NatWorkerRootSm::hasNotificationActiveIs( bool active ) {
    }
 }
 
-NatWorkerRootSm::Ptr NatWorkerRootSmIs(
-    CorvaneCommonSmData::PtrConst const& commonSmData,
-    CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-    VekSharedMem::MountGroup::PtrConst const& mountGroup,
-    VekSharedMem::EntityManager::Ptr const& entityManager,
-    OroCapacity::TableCapacity::Ptr const& tableCapacity,
-    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus,
-    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-    Oro::NatTrapConfig::PtrConst const& trapConfig ) {
-   return NatWorkerRootSm::Ptr(
-       new NatWorkerRootSm( commonSmData, tcamGroupManager, mountGroup, entityManager,
-                            tableCapacity, capabilityConfig, capabilityStatus,
-                            tcamHitCountStatus, mcastTranslationMode, trapConfig ) );
+NatWorkerRootSm::Ptr NatWorkerRootSmIs( NatWorkerRootDeps const& deps ) {
+   return NatWorkerRootSm::Ptr( new NatWorkerRootSm( deps ) );
 }
 
 }  // namespace Corvane

@@ -22,16 +22,7 @@ public:
    typedef Fwk::Ptr<NatWorkerRootSm> Ptr;
    typedef std::map<CorvaneCentral::ModId, NatWorkerSm::Ptr> WorkerCollection;
 
-   NatWorkerRootSm( CorvaneCommonSmData::PtrConst const& commonSmData,
-                    CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-                    VekSharedMem::MountGroup::PtrConst const& mountGroup,
-                    VekSharedMem::EntityManager::Ptr const& entityManager,
-                    OroCapacity::TableCapacity::Ptr const& tableCapacity,
-                    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-                    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-                    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus,
-                    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-                    Oro::NatTrapConfig::PtrConst const& trapConfig );
+   explicit NatWorkerRootSm( NatWorkerRootDeps const& deps );
    ~NatWorkerRootSm() override;
 
    void handleModule();
@@ -40,22 +31,7 @@ public:
 
    // The worker of a module; an existing worker is returned when built from the very
    // same values, any other difference stops the process.
-   NatWorkerSm::Ptr natWorkerSmIs(
-       Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigDir,
-       Xact::XactSluiceStatusDir::Ptr const& xactSluiceStatusDir,
-       Oro::NatHwShadow::PtrConst const& shadow,
-       CorvaneNat::UidHwKeyTable::PtrConst const& uidHwKeyTable,
-       CorvaneNat::HwKeyUidTable::PtrConst const& hwKeyUidTable,
-       CorvaneNat::ModSetDir::PtrConst const& modSetDir,
-       CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-       CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-       CorvaneCentral::ModId modId, CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-       CorvaneCommonSmData::PtrConst const& commonSmData,
-       VekSharedMem::MountGroup::PtrConst const& mountGroup,
-       OroCapacity::TableCapacity::Ptr const& tableCapacity,
-       Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-       Oro::NatTrapConfig::PtrConst const& trapConfig,
-       CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus );
+   NatWorkerSm::Ptr natWorkerSmIs( NatWorkerDeps const& deps );
    void natWorkerSmDel( CorvaneCentral::ModId modId );
    void natWorkerSmDelAll();
    NatWorkerSm::Ptr natWorkerSm( CorvaneCentral::ModId modId ) const;
@@ -69,29 +45,14 @@ private:
    class MountGroupReactor;
    class TrapConfigReactor;
 
+   // What every worker is given (its watched entities also through the reactors).
+   NatWorkerRootDeps deps_;
    std::unique_ptr<ScsdReactor> scsd_;
-   CorvaneTcamGroupManager::Ptr tcamGroupManager_;
    std::unique_ptr<MountGroupReactor> mountGroup_;
-   VekSharedMem::EntityManager::Ptr entityManager_;
-   OroCapacity::TableCapacity::Ptr tableCapacity_;
-   CorvaneNat::CapabilityConfig::PtrConst capabilityConfig_;
-   CorvaneNat::CapabilityStatus::Ptr capabilityStatus_;
-   CorvaneNat::TcamHitCountStatus::Ptr tcamHitCountStatus_;
-   Ip::Nat::McastTranslationMode::PtrConst mcastTranslationMode_;
    std::unique_ptr<TrapConfigReactor> trapConfig_;
    WorkerCollection natWorkerSm_;
 };
 
-NatWorkerRootSm::Ptr NatWorkerRootSmIs(
-    CorvaneCommonSmData::PtrConst const& commonSmData,
-    CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-    VekSharedMem::MountGroup::PtrConst const& mountGroup,
-    VekSharedMem::EntityManager::Ptr const& entityManager,
-    OroCapacity::TableCapacity::Ptr const& tableCapacity,
-    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus,
-    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-    Oro::NatTrapConfig::PtrConst const& trapConfig );
+NatWorkerRootSm::Ptr NatWorkerRootSmIs( NatWorkerRootDeps const& deps );
 
 }  // namespace Corvane

@@ -77,35 +77,22 @@ std::unique_ptr<R> reactorOn( Fwk::Ptr<E> const& entity, NatWorkerSm* worker ) {
 
 }  // namespace
 
-NatWorkerSm::NatWorkerSm(
-    Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigDir,
-    Xact::XactSluiceStatusDir::Ptr const& xactSluiceStatusDir,
-    Oro::NatHwShadow::PtrConst const& shadow,
-    CorvaneNat::UidHwKeyTable::PtrConst const& uidHwKeyTable,
-    CorvaneNat::HwKeyUidTable::PtrConst const& hwKeyUidTable,
-    CorvaneNat::ModSetDir::PtrConst const& modSetDir,
-    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-    CorvaneCentral::ModId modId, CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-    CorvaneCommonSmData::PtrConst const& commonSmData,
-    VekSharedMem::MountGroup::PtrConst const& mountGroup,
-    OroCapacity::TableCapacity::Ptr const& tableCapacity,
-    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-    Oro::NatTrapConfig::PtrConst const& trapConfig,
-    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus )
-    : WorkerSm( xactSluiceConfigDir, xactSluiceStatusDir, shadow, uidHwKeyTable,
-                hwKeyUidTable, modSetDir, capabilityConfig, capabilityStatus ),
-      modId_( modId ),
-      tcamGroupManager_( tcamGroupManager ),
-      scsd_( reactorOn<ScsdReactor>( commonSmData, this ) ),
-      mountGroup_( reactorOn<MountGroupReactor>( mountGroup, this ) ),
-      tableCapacity_( tableCapacity ),
+NatWorkerSm::NatWorkerSm( NatWorkerDeps const& deps )
+    : WorkerSm( deps.xactSluiceConfigDir, deps.xactSluiceStatusDir, deps.shadow,
+                deps.uidHwKeyTable, deps.hwKeyUidTable, deps.modSetDir,
+                deps.capabilityConfig, deps.capabilityStatus ),
+      modId_( deps.modId ),
+      tcamGroupManager_( deps.tcamGroupManager ),
+      scsd_( reactorOn<ScsdReactor>( deps.commonSmData, this ) ),
+      mountGroup_( reactorOn<MountGroupReactor>( deps.mountGroup, this ) ),
+      tableCapacity_( deps.tableCapacity ),
       mcastTranslationModeStatus_(
-          reactorOn<McastTranslationModeReactor>( mcastTranslationMode, this ) ),
-      trapConfig_( reactorOn<TrapConfigReactor>( trapConfig, this ) ),
-      tcamHitCountStatus_( tcamHitCountStatus ),
-      hitlessInitPhase_( commonSmData ? commonSmData->hitlessRestart() : false ),
-      operationOffer_( "corvanenat/natWorkerSm/" + std::to_string( modId ) ) {
+          reactorOn<McastTranslationModeReactor>( deps.mcastTranslationMode, this ) ),
+      trapConfig_( reactorOn<TrapConfigReactor>( deps.trapConfig, this ) ),
+      tcamHitCountStatus_( deps.tcamHitCountStatus ),
+      hitlessInitPhase_( deps.commonSmData ? deps.commonSmData->hitlessRestart()
+                                           : false ),
+      operationOffer_( "corvanenat/natWorkerSm/" + std::to_string( deps.modId ) ) {
    operationOffer_.operationIs( "doVerify", [this] { doVerify(); } );
    operationOffer_.operationIs( "hitlessInitPhaseEnd",
                                 [this] { hitlessInitPhaseIs( false ); } );
@@ -290,27 +277,29 @@ void NatWorkerSm::hasNotificationActiveIs( bool active ) {
    }
 }
 
-NatWorkerSm::Ptr NatWorkerSmIs(
-    Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigDir,
-    Xact::XactSluiceStatusDir::Ptr const& xactSluiceStatusDir,
-    Oro::NatHwShadow::PtrConst const& shadow,
-    CorvaneNat::UidHwKeyTable::PtrConst const& uidHwKeyTable,
-    CorvaneNat::HwKeyUidTable::PtrConst const& hwKeyUidTable,
-    CorvaneNat::ModSetDir::PtrConst const& modSetDir,
-    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-    CorvaneCentral::ModId modId, CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-    CorvaneCommonSmData::PtrConst const& commonSmData,
-    VekSharedMem::MountGroup::PtrConst const& mountGroup,
-    OroCapacity::TableCapacity::Ptr const& tableCapacity,
-    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-    Oro::NatTrapConfig::PtrConst const& trapConfig,
-    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus ) {
-   return NatWorkerSm::Ptr(
-       new NatWorkerSm( xactSluiceConfigDir, xactSluiceStatusDir, shadow, uidHwKeyTable,
-                        hwKeyUidTable, modSetDir, capabilityConfig, capabilityStatus,
-                        modId, tcamGroupManager, commonSmData, mountGroup, tableCapacity,
-                        mcastTranslationMode, trapConfig, tcamHitCountStatus ) );
+NatWorkerDeps NatWorkerSm::deps() const {
+   NatWorkerDeps deps;
+   deps.xactSluiceConfigDir = xactSluiceConfigDir();
+   deps.xactSluiceStatusDir = xactSluiceStatusDir();
+   deps.shadow = shadow();
+   deps.uidHwKeyTable = uidHwKeyTable();
+   deps.hwKeyUidTable = hwKeyUidTable();
+   deps.modSetDir = modSetDir();
+   deps.capabilityConfig = capabilityConfig();
+   deps.capabilityStatus = capabilityStatus();
+   deps.modId = modId();
+   deps.tcamGroupManager = tcamGroupManager_;
+   deps.commonSmData = commonSmData();
+   deps.mountGroup = mountGroup();
+   deps.tableCapacity = tableCapacity_;
+   deps.mcastTranslationMode = mcastTranslationModeStatus();
+   deps.trapConfig = trapConfig();
+   deps.tcamHitCountStatus = tcamHitCountStatus_;
+   return deps;
+}
+
+NatWorkerSm::Ptr NatWorkerSmIs( NatWorkerDeps const& deps ) {
+   return NatWorkerSm::Ptr( new NatWorkerSm( deps ) );
 }
 
 }  // namespace Corvane

@@ -15,8 +15,8 @@
 // runs on the event loop only.
 //
 // The operations are split over sources by subsystem: NatWorkerSm.cpp (lifecycle),
-// NatCommit.cpp, NatProgram.cpp, NatDynamicProgram.cpp, NatDelete.cpp,
-// NatDescription.cpp, NatFragment.cpp.
+// NatCommit.cpp, NatProgram.cpp (entries from NatEntryRecipe.cpp), NatDelete.cpp,
+// NatDescription.cpp, NatFragment.cpp, NatVerify.cpp.
 
 #include <memory>
 #include <string>
@@ -24,6 +24,8 @@
 #include "CorvaneNat/CorvaneNatTrapSm.h"
 #include "CorvaneNat/EntryIdTable.h"
 #include "CorvaneNat/NatCapacitySm.h"
+#include "CorvaneNat/NatEntryRecipe.h"
+#include "CorvaneNat/NatWorkerDeps.h"
 #include "platform/agent/TableCapacity.h"
 #include "platform/fwk/Operation.h"
 #include "platform/fwk/Quay.h"
@@ -41,35 +43,17 @@ namespace Corvane {
 // (new destination, old source) of a destination key; all zero for other kinds.
 CorvaneNat::TcamHitCountKey tcamHitCountKeyFromHwKey( Oro::NatHwKey const& hwKey );
 
-// Whether a key needs a second entry per VLAN for non-first fragments (when fragment
-// handling is on): static keys with a new port, twice keys with an old and a new port,
-// dynamic keys always.
-bool needsFragEntry( Oro::NatHwKey const& hwKey );
-
 class NatWorkerSm : public CorvaneNat::WorkerSm {
 public:
    typedef Fwk::Ptr<NatWorkerSm> Ptr;
    typedef Fwk::PtrConst<NatWorkerSm> PtrConst;
 
-   NatWorkerSm( Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigDir,
-                Xact::XactSluiceStatusDir::Ptr const& xactSluiceStatusDir,
-                Oro::NatHwShadow::PtrConst const& shadow,
-                CorvaneNat::UidHwKeyTable::PtrConst const& uidHwKeyTable,
-                CorvaneNat::HwKeyUidTable::PtrConst const& hwKeyUidTable,
-                CorvaneNat::ModSetDir::PtrConst const& modSetDir,
-                CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-                CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-                CorvaneCentral::ModId modId,
-                CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-                CorvaneCommonSmData::PtrConst const& commonSmData,
-                VekSharedMem::MountGroup::PtrConst const& mountGroup,
-                OroCapacity::TableCapacity::Ptr const& tableCapacity,
-                Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-                Oro::NatTrapConfig::PtrConst const& trapConfig,
-                CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus );
+   explicit NatWorkerSm( NatWorkerDeps const& deps );
    ~NatWorkerSm() override;
 
    // Attributes.
+   // What the worker was built from.
+   NatWorkerDeps deps() const;
    CorvaneCentral::ModId modId() const { return modId_; }
    // The SDK unit of every call: the module id.
    U16 unit() const { return modId_; }
@@ -129,33 +113,57 @@ public:
 
    // Transactions and programming.
    void doCommitHwConfig( CorvaneNat::Uid uid ) override;
+   // Which transactions and keys the commit programs on this module, step by step:
+   // a transaction whose module set holds this module (any, in the hitless-init phase);
+   // a key the hardware mode can hold (a dynamic key with an old address 0.0.0.0 is
+   // refused in address-only mode, one with an old port outside it); and, for a shadow
+   // entry, all of these with a dirty state to program (clean or program-pending) and
+   // something to program (a source-side key, or a destination-side key whose data
+   // lists a VLAN). The commit follows the steps; doVerify counts the keys without a row.
+   bool transactionForThisModule( CorvaneNat::Uid uid ) const;
+   bool modeHoldsKey( Oro::NatHwKey const& hwKey ) const;
+   bool commitProgramsKey( Oro::NatHwShadowEntry const& entry ) const;
    // Adds or frees the fragment entries of every key after fragmentEnabled changed.
    void handleFragment() override;
    bool doProgram( Oro::NatHwKey const& hwKey, Oro::NatHwKey const& hwKey0,
                    Oro::NatHwData const& data, U16 vlanId );
    // What programming one key's VLANs shares, looked up once per commit: the key's
    // shadow data, its entry-id row (created empty when absent), a working copy of that
-   // row which the VLANs change, and its opaque id (0 until first needed).
+   // row which the VLANs change, its opaque id (0 until first needed), the data
+   // qualifiers the row's entries held before, and those the programmed entries hold.
    struct ProgramContext {
       ProgramContext( Oro::NatHwData const& data, EntryIdTable::const_iterator at )
-          : shadowData( data ), row( at ), entry( *at ) {}
+          : shadowData( data ),
+            row( at ),
+            entry( *at ),
+            heldQualifiers( at->dataQualifiers() ) {}
       Oro::NatHwData const& shadowData;
       EntryIdTable::const_iterator row;
       EntryIdTableEntry entry;
       U32 opaqueId = 0;
+      FpQualifierSet heldQualifiers;
+      FpQualifierSet dataQualifiers = 0;
    };
    // doProgram with the key's lookups already made. It changes the context's copy of
-   // the row only; storeRow( context ) stores it in the table, once all VLANs are done.
-   // The row stays valid while only this key's row changes.
+   // the row only; storeRow( context ) stores it in the table, once all VLANs are done
+   // (the row's data qualifiers become those of the entries programmed: every VLAN of
+   // the row is programmed or freed by then). The row stays valid while only this
+   // key's row changes.
    bool doProgram( ProgramContext& context, Oro::NatHwKey const& hwKey,
                    Oro::NatHwKey const& hwKey0, Oro::NatHwData const& data, U16 vlanId );
-   void storeRow( ProgramContext const& context ) {
+   void storeRow( ProgramContext& context ) {
+      context.entry.dataQualifiersIs( context.dataQualifiers );
       entryIdTable()->entryIs( context.row, context.entry );
    }
-   void doProgramEntry( U32 entryId, bool reinstall, bool fragEntry,
-                        Oro::NatHwKey const& hwKey, Oro::NatHwData const& shadowData,
-                        Oro::NatHwKey const& hwKey0, Oro::NatHwData const& shadowData0,
-                        U16 vlanId, U32 opaqueId );
+   // Programs one entry with its recipe (natEntryRecipe). A reprogrammed entry
+   // (`reinstall`) first loses those of `heldQualifiers` that the recipe no longer
+   // sets. Returns the data qualifiers (natDataQualifiers) the entry now holds.
+   FpQualifierSet doProgramEntry( U32 entryId, bool reinstall, bool fragEntry,
+                                  Oro::NatHwKey const& hwKey,
+                                  Oro::NatHwData const& shadowData,
+                                  Oro::NatHwKey const& hwKey0,
+                                  Oro::NatHwData const& shadowData0, U16 vlanId,
+                                  U32 opaqueId, FpQualifierSet heldQualifiers = 0 );
    void doProgramDynamicNatEntry( U32 entryId, bool reinstall, bool fragEntry,
                                   Oro::NatHwKey const& hwKey,
                                   Oro::NatHwData const& hwData,
@@ -167,6 +175,8 @@ public:
 
    // The entry manager of the NAT group.
    CorvaneTcamEntryManager* natEntryManager() const;
+   // The mode the recipes read: isAddrOnlyMode() and fragmentEnabled().
+   NatWorkerMode mode() const { return { isAddrOnlyMode(), fragmentEnabled() }; }
 
    // Hardware verification (NatVerify.cpp): read-back checks of one entry's qualifiers,
    // and the check of the whole worker. A broken expectation stops the process.
@@ -196,24 +206,12 @@ private:
    class McastTranslationModeReactor;
    class TrapConfigReactor;
 
-   void doProgramSourceEntry( U32 entryId, bool reinstall, bool fragEntry,
-                              Oro::NatHwKey const& hwKey,
-                              Oro::NatHwData const& shadowData,
-                              Oro::NatHwData const& shadowData0, U16 vlanId,
-                              U32 opaqueId );
-   void doProgramDestinationEntry( U32 entryId, bool reinstall, bool fragEntry,
-                                   Oro::NatHwKey const& hwKey,
-                                   Oro::NatHwData const& shadowData,
-                                   Oro::NatHwData const& shadowData0, U16 vlanId,
-                                   U32 opaqueId );
-   void doQualifyIpProtocol( U32 entryId, Oro::NatHwData const& shadowData );
-   void doAddForwardingActions( U32 entryId, Oro::NatHwData const& shadowData,
-                                Oro::NatHwData const& shadowData0 );
-   void doAddTranslationActions( U32 entryId, Oro::NatHwData const& shadowData0,
-                                 U32 extractionCtrlId, U32 opaqueId );
-   void doInstall( U32 entryId, bool reinstall );
+   // Applies a recipe, deleting the `dropped` qualifiers first, then sets the
+   // priority and installs or reinstalls the entry.
+   void doApplyRecipe( U32 entryId, bool reinstall, NatEntryRecipe const& recipe,
+                       FpQualifierSet dropped );
    U32 opaqueIdOf( Oro::NatHwKey const& hwKey, Oro::NatHwData const& data ) const;
-   void answer( CorvaneNat::Uid uid, U32 result, U32 field );
+   void answer( CorvaneNat::Uid uid, Xact::XactSluiceStatus::Result result, U32 field );
 
    CorvaneCentral::ModId modId_;
    CorvaneTcamGroupManager::Ptr tcamGroupManager_;
@@ -239,22 +237,7 @@ private:
    Fwk::OperationOffer operationOffer_;
 };
 
-// Creates a worker (the sixteen values of the constructor, in its order).
-NatWorkerSm::Ptr NatWorkerSmIs(
-    Xact::XactSluiceConfigDir::PtrConst const& xactSluiceConfigDir,
-    Xact::XactSluiceStatusDir::Ptr const& xactSluiceStatusDir,
-    Oro::NatHwShadow::PtrConst const& shadow,
-    CorvaneNat::UidHwKeyTable::PtrConst const& uidHwKeyTable,
-    CorvaneNat::HwKeyUidTable::PtrConst const& hwKeyUidTable,
-    CorvaneNat::ModSetDir::PtrConst const& modSetDir,
-    CorvaneNat::CapabilityConfig::PtrConst const& capabilityConfig,
-    CorvaneNat::CapabilityStatus::Ptr const& capabilityStatus,
-    CorvaneCentral::ModId modId, CorvaneTcamGroupManager::Ptr const& tcamGroupManager,
-    CorvaneCommonSmData::PtrConst const& commonSmData,
-    VekSharedMem::MountGroup::PtrConst const& mountGroup,
-    OroCapacity::TableCapacity::Ptr const& tableCapacity,
-    Ip::Nat::McastTranslationMode::PtrConst const& mcastTranslationMode,
-    Oro::NatTrapConfig::PtrConst const& trapConfig,
-    CorvaneNat::TcamHitCountStatus::Ptr const& tcamHitCountStatus );
+// Creates a worker.
+NatWorkerSm::Ptr NatWorkerSmIs( NatWorkerDeps const& deps );
 
 }  // namespace Corvane

@@ -38,4 +38,9 @@ int sdkCallDoneTolerating( int rc, int tolerated, char const* callText, char con
    return sdkCallDone( rc, callText, file, line, function );
 }
 
+int sdkReadDone( int rv, char const* callText, char const* function ) {
+   NAT_TRACE( 4, function, callText << " (rv:" << rv << ")" );
+   return rv;
+}
+
 }  // namespace Corvane

@@ -91,6 +91,19 @@ Status FieldProcessor::exactMatchIs( U32 id, U32 instance, ExactMatchField field
    return Status::ok;
 }
 
+Status FieldProcessor::qualifierDel( U32 id, Qualifier qualifier ) {
+   FpEntry* entry = find( id );
+   if ( !entry || !entry->qualifierHas( qualifier ) ) {
+      return Status::noEntry;
+   }
+   entry->qualifiers_[unsigned( qualifier )] = {};
+   entry->qualifiersSet_ &= U16( ~FpEntry::bit( qualifier ) );
+   if ( qualifier == Qualifier::IpFrag ) {
+      entry->ipFrag_ = IpFragSelector::Any;
+   }
+   return Status::ok;
+}
+
 Status FieldProcessor::actionAdd( U32 id, ActionRecord action ) {
    FpEntry* entry = find( id );
    if ( !entry ) {

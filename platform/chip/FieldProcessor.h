@@ -47,6 +47,9 @@ public:
    Status qualifierIs( U32 id, Qualifier qualifier, U32 data, U32 mask );
    Status ipFragIs( U32 id, IpFragSelector selector );
    Status exactMatchIs( U32 id, U32 instance, ExactMatchField field, U32 data, U32 mask );
+   // Takes a qualifier off an entry, so that it no longer restricts what the entry
+   // matches; noEntry when the entry does not exist or does not hold the qualifier.
+   Status qualifierDel( U32 id, Qualifier qualifier );
    Status actionAdd( U32 id, ActionRecord action );
    Status actionDelAll( U32 id );
    Status priorityIs( U32 id, S32 priority );

@@ -39,6 +39,19 @@ void Sdk::idMapsIs() {
                 { bcmFieldIpFragNonOrFirst, IpFragSelector::NonOrFirst },
                 { bcmFieldIpFragNotFirst, IpFragSelector::NotFirst },
                 { bcmFieldIpFragAny, IpFragSelector::Any } };
+   using Chip::Qualifier;
+   qualifiers_ = { { bcmFieldQualifySrcIp, Qualifier::SrcIp },
+                   { bcmFieldQualifyDstIp, Qualifier::DstIp },
+                   { bcmFieldQualifyL4SrcPort, Qualifier::L4SrcPort },
+                   { bcmFieldQualifyL4DstPort, Qualifier::L4DstPort },
+                   { bcmFieldQualifyIpProtocol, Qualifier::IpProtocol },
+                   { bcmFieldQualifyTcpControl, Qualifier::TcpControl },
+                   { bcmFieldQualifyIpFrag, Qualifier::IpFrag },
+                   { bcmFieldQualifyL3Ingress, Qualifier::L3Ingress },
+                   { bcmFieldQualifySrcClassField, Qualifier::SrcClassField },
+                   { bcmFieldQualifyMyStationHit, Qualifier::MyStationHit },
+                   { bcmFieldQualifyOpaqueObject1, Qualifier::OpaqueObject1 },
+                   { bcmFieldQualifyExactMatchHitStatus, Qualifier::ExactMatch } };
    using Chip::TableId;
    tables_ = { { L4_PORT_XLATEm, TableId::L4PortXlate },
                { OPAQUE_STRENGTH_Am, TableId::OpaqueStrengthA },

@@ -87,6 +87,19 @@ public:
    // Exact-match qualifiers.
    int const bcmFieldQualifyExactMatchHitStatus = 571;
 
+   // Qualifier ids, as bcm_field_qualifier_delete takes them.
+   int const bcmFieldQualifySrcIp = 602;
+   int const bcmFieldQualifyDstIp = 603;
+   int const bcmFieldQualifyL4SrcPort = 606;
+   int const bcmFieldQualifyL4DstPort = 607;
+   int const bcmFieldQualifyIpProtocol = 611;
+   int const bcmFieldQualifyTcpControl = 614;
+   int const bcmFieldQualifyIpFrag = 617;
+   int const bcmFieldQualifyL3Ingress = 629;
+   int const bcmFieldQualifySrcClassField = 653;
+   int const bcmFieldQualifyMyStationHit = 661;
+   int const bcmFieldQualifyOpaqueObject1 = 677;
+
    // Switch controls.
    int const bcmSwitchL3EgressMode = 1093;
    // The one code bcm_switch_control_set( unit, bcmSwitchL3EgressMode, 1 ) may return
@@ -155,6 +168,10 @@ public:
    int bcm_field_qualify_OpaqueObject1( int unit, U32 entry, U32 data, U32 mask );
    int bcm_field_qualify_ExactMatch( int unit, U32 entry, U32 instance, int qualifier,
                                      U32 data, U32 mask );
+   // Takes a qualifier (one of the bcmFieldQualify ids above) off an entry:
+   // BCM_E_NOT_FOUND when the entry does not hold it, BCM_E_PARAM for an unknown id.
+   // Journaled with the qualifier's name.
+   int bcm_field_qualifier_delete( int unit, U32 entry, int qualifier );
 
    // Qualifier read-backs: the stored values, or BCM_E_NOT_FOUND when the qualifier was
    // never set on the entry. The outputs are written only on success.
@@ -238,6 +255,7 @@ private:
    std::vector<Failure> failures_;
    IdMap<Chip::Action> actions_;
    IdMap<Chip::IpFragSelector> ipFrags_;
+   IdMap<Chip::Qualifier> qualifiers_;
    IdMap<Chip::TableId> tables_;
    IdMap<FieldRef> fields_;
    IdMap<char const*> blockNames_;

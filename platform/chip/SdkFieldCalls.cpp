@@ -119,6 +119,21 @@ int Sdk::bcm_field_qualify_ExactMatch( int unit, U32 entry, U32 instance, int qu
    return rc;
 }
 
+int Sdk::bcm_field_qualifier_delete( int unit, U32 entry, int qualifier ) {
+   char const* call = "bcm_field_qualifier_delete";
+   Lock lock( mutex_ );
+   Qualifier const* known = idFind( qualifiers_, qualifier );
+   int rc = fieldCall( call, unit, [&]( Chip::FieldProcessor& fp ) {
+      return known ? fp.qualifierDel( entry, *known ) : Status::badParam;
+   } );
+   if ( journaling() ) {
+      Chip::Arg arg = known ? Chip::nameArg( Chip::qualifierName( *known ) )
+                            : numberArg( U32( qualifier ) );
+      record( call, unit, entry, { arg }, rc );
+   }
+   return rc;
+}
+
 // Reads a qualifier's data and mask; `data` null stands for a missing output.
 int Sdk::qualifierGet( char const* call, int unit, U32 entry, Qualifier qualifier,
                        U32* data, U32* mask ) {

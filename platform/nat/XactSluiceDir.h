@@ -56,8 +56,8 @@ struct XactSluiceStatus {
    };
 
    XactSluiceKey key;
-   U32 result = 0;
-   U32 field = 0;  // the request's field, unchanged
+   Result result = Result();  // any 32-bit value; the named ones are the agent's
+   U32 field = 0;             // the request's field, unchanged
 
    bool operator==( XactSluiceStatus const& o ) const {
       return key == o.key && result == o.result && field == o.field;

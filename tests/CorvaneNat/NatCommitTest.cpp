@@ -29,7 +29,7 @@ protected:
       for ( auto const& a : answers ) {
          out.push_back( "mod " + std::to_string( a.module ) + " uid " +
                         std::to_string( a.uid ) + " result " +
-                        std::to_string( a.result ) + " field " +
+                        std::to_string( U32( a.result ) ) + " field " +
                         std::to_string( a.field ) );
       }
       return out;
@@ -44,8 +44,9 @@ protected:
    }
 };
 
-Oro::NatHwKey const snat = natKey( 1, at( "10.0.0.1" ), at( "1.1.1.1" ) );
-Oro::NatHwKey const dnat = natKey( 2, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) );
+Oro::NatHwKey const snat = natKey( Key::staticSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) );
+Oro::NatHwKey const dnat =
+    natKey( Key::staticDstNat, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) );
 
 // --- Which requests are served, and the answers ---------------------------------------
 
@@ -112,8 +113,8 @@ TEST_F( NatCommit, UnknownDirtyStatesAndUnknownKeyTypesAreAnsweredWithoutHardwar
    natsim::NatRuleStep s = step( 5, snat );
    s.dirty = 3;
    ruleStep( s );
-   rule( 6, natKey( 0, at( "10.0.0.1" ), at( "1.1.1.1" ) ) );
-   rule( 7, natKey( 7, at( "10.0.0.1" ), at( "1.1.1.1" ) ) );
+   rule( 6, natKey( Key::natKeyTypeNone, at( "10.0.0.1" ), at( "1.1.1.1" ) ) );
+   rule( 7, natKey( Key::NatKeyType( 7 ), at( "10.0.0.1" ), at( "1.1.1.1" ) ) );
    EXPECT_EQ( answerTexts(),
               ( Lines{ "mod 1 uid 5 result 1 field 0", "mod 1 uid 6 result 1 field 0",
                        "mod 1 uid 7 result 1 field 0" } ) );
@@ -135,39 +136,41 @@ std::vector<ModeCase> modeCases() {
    return {
        { "AddrOnlyModeSourceWithoutDestination",
          true,
-         natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ) ),
+         natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) ),
          {},
          false },
        { "AddrOnlyModeDestinationWithoutSource", true,
-         natKey( 6, {}, {}, at( "1.1.1.1", 80 ), at( "10.0.0.1", 80 ) ), vlan10, false },
+         natKey( Key::dynamicDstNat, {}, {}, at( "1.1.1.1", 80 ), at( "10.0.0.1", 80 ) ),
+         vlan10, false },
        { "AddrOnlyModeBothAddressesWithPorts",
          true,
-         natKey( 5, at( "10.0.0.1", 1024 ), at( "1.1.1.1", 2048 ), at( "8.8.8.8", 53 ),
-                 at( "8.8.8.8", 53 ) ),
+         natKey( Key::dynamicSrcNat, at( "10.0.0.1", 1024 ), at( "1.1.1.1", 2048 ),
+                 at( "8.8.8.8", 53 ), at( "8.8.8.8", 53 ) ),
          {},
          true },
        { "AddrOnlyModeStaticKeyWithZeroDestination",
          true,
-         natKey( 1, at( "10.0.0.1" ), at( "1.1.1.1" ) ),
+         natKey( Key::staticSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) ),
          {},
          true },
        { "PortModeSourceWithSourcePort",
          false,
-         natKey( 5, at( "10.0.0.1", 1024 ), at( "1.1.1.1", 2048 ) ),
+         natKey( Key::dynamicSrcNat, at( "10.0.0.1", 1024 ), at( "1.1.1.1", 2048 ) ),
          {},
          false },
        { "PortModeDestinationWithDestinationPort", false,
-         natKey( 6, {}, {}, at( "1.1.1.1", 80 ), at( "10.0.0.1", 8080 ) ), vlan10,
-         false },
+         natKey( Key::dynamicDstNat, {}, {}, at( "1.1.1.1", 80 ),
+                 at( "10.0.0.1", 8080 ) ),
+         vlan10, false },
        // Only the old ports count: a new port alone does not stop the key.
        { "PortModeSourceWithOnlyANewPort",
          false,
-         natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1", 2048 ) ),
+         natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1", 2048 ) ),
          {},
          true },
        { "PortModeStaticKeyWithPorts",
          false,
-         natKey( 1, at( "10.0.0.1", 1024 ), at( "1.1.1.1", 2048 ) ),
+         natKey( Key::staticSrcNat, at( "10.0.0.1", 1024 ), at( "1.1.1.1", 2048 ) ),
          {},
          true },
    };
@@ -265,7 +268,7 @@ TEST_F( NatCommit, AFragmentEntryThatDoesNotFitGivesTheDefaultEntryBack ) {
    nat.fragmentEnabled = true;
    start();
    Oro::NatHwKey const dnapt =
-       natKey( 2, {}, {}, at( "1.1.1.1", 80 ), at( "10.0.0.1", 8080 ) );
+       natKey( Key::staticDstNat, {}, {}, at( "1.1.1.1", 80 ), at( "10.0.0.1", 8080 ) );
    LogCapture log;
    std::size_t from = mark();
    rule( 5, dnapt, Data().vlans( { 10 } ) );
@@ -331,7 +334,8 @@ TEST_F( NatCommit, ReprogrammingADestinationKeyRemovesItsActionsAfterTheQualifie
 TEST_F( NatCommit, ReprogrammingADynamicKeyReinstallsBothEntriesInPlace ) {
    nat.fragmentEnabled = true;
    start();
-   Oro::NatHwKey const key = natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ) );
+   Oro::NatHwKey const key =
+       natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) );
    rule( 5, key );
    std::size_t const from = mark();
    rule( 5, key );
@@ -358,7 +362,7 @@ TEST_F( NatCommit, DroppedVlansAreFreedAndKeptVlansKeepTheirEntries ) {
    nat.fragmentEnabled = true;
    start();
    Oro::NatHwKey const dnapt =
-       natKey( 2, {}, {}, at( "1.1.1.1", 80 ), at( "10.0.0.1", 8080 ) );
+       natKey( Key::staticDstNat, {}, {}, at( "1.1.1.1", 80 ), at( "10.0.0.1", 8080 ) );
    rule( 5, dnapt, Data().vlans( { 10, 20, 30 } ) );
    ASSERT_EQ( chipEntries(), 6u );  // VLAN 10: 1, 2; VLAN 20: 3, 4; VLAN 30: 5, 6
 
@@ -452,8 +456,10 @@ TEST_F( NatCommit, AVlanListedTwiceIsProgrammedTwiceOnOneEntry ) {
 TEST_F( NatCommit, RemovalReleasesTheEntriesThenTheHitCountsThenTheRow ) {
    nat.fragmentEnabled = true;
    start();
-   Oro::NatHwKey const dynDst = natKey( 6, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1", 0 ) );
-   Oro::NatHwKey const other = natKey( 5, at( "10.0.0.9" ), at( "1.1.1.1" ) );
+   Oro::NatHwKey const dynDst =
+       natKey( Key::dynamicDstNat, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1", 0 ) );
+   Oro::NatHwKey const other =
+       natKey( Key::dynamicSrcNat, at( "10.0.0.9" ), at( "1.1.1.1" ) );
    rule( 5, dynDst, Data().vlans( { 10, 20 } ).nextHop( 5 ) );
    rule( 6, other );
    ASSERT_EQ( chipEntries(), 6u );
@@ -514,6 +520,15 @@ TEST_F( NatCommitDeathTest, ARequestForAUidWithoutKeyStops ) {
        ->entryDel( CorvaneNat::Uid( 5 ) );
    EXPECT_DEATH( loop().runUntilIdle(),
                  assertionFailure( "uidHwKeyTable()->entryHas( uid )" ) );
+}
+
+// The key's one shadow lookup is that of the paired key (the key itself).
+TEST_F( NatCommitDeathTest, ARequestForAKeyWithoutShadowEntryStops ) {
+   start();
+   upstream->natRule( step( 6, dnat ) );
+   shared<Oro::NatHwShadow>( "corvanenat/hwShadow" )->entryDel( dnat );
+   EXPECT_DEATH( loop().runUntilIdle(),
+                 assertionFailure( "shadow()->entryHas( hwKey0 )" ) );
 }
 
 TEST_F( NatCommitDeathTest, ACleanShadowEntryOutsideHitlessInitStops ) {

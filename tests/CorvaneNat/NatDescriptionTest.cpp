@@ -23,27 +23,30 @@ void PrintTo( DescriptionCase const& c, std::ostream* os ) {
 }
 
 std::vector<DescriptionCase> descriptionCases() {
-   Oro::NatHwKey const snat = natKey( 1, at( "10.0.0.1" ), at( "1.1.1.1" ) );
+   Oro::NatHwKey const snat =
+       natKey( Key::staticSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) );
    Oro::NatHwKey const twiceNapt =
-       natKey( 3, at( "10.0.0.1", 1000 ), at( "1.1.1.1", 2000 ), at( "20.0.0.1" ),
-               at( "30.0.0.1" ) );
+       natKey( Key::twiceNatSrc, at( "10.0.0.1", 1000 ), at( "1.1.1.1", 2000 ),
+               at( "20.0.0.1" ), at( "30.0.0.1" ) );
    return {
        // Static and twice forms end in a blank (the empty suffix).
        { "StaticSnatOnAVlan", false, snat, 5, false, false,
          "static SNAT vlan 5 10.0.0.1 -> 1.1.1.1 " },
        { "StaticSnatWithANewDestinationPortIsSnapt", false,
-         natKey( 1, at( "10.0.0.1" ), at( "1.1.1.1" ), {}, at( "0.0.0.0", 99 ) ), 0,
-         false, false, "static SNAPT  10.0.0.1:0 -> 1.1.1.1:0 " },
+         natKey( Key::staticSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ), {},
+                 at( "0.0.0.0", 99 ) ),
+         0, false, false, "static SNAPT  10.0.0.1:0 -> 1.1.1.1:0 " },
        { "MulticastVlanReplacesTheMulticastMark", false, snat, 7, false, true,
          "static SNAT vlan 7 10.0.0.1 -> 1.1.1.1 " },
        { "TwiceNapt", false, twiceNapt, 0, false, true,
          "twice NAPT (multicast) 10.0.0.1:1000 20.0.0.1:0 -> 1.1.1.1:2000 30.0.0.1:0 " },
        { "TwiceWithNewPortsOnlyIsNat", false,
-         natKey( 4, at( "10.0.0.1" ), at( "1.1.1.1", 2000 ), at( "20.0.0.1" ),
-                 at( "30.0.0.1", 3000 ) ),
+         natKey( Key::twiceNatDst, at( "10.0.0.1" ), at( "1.1.1.1", 2000 ),
+                 at( "20.0.0.1" ), at( "30.0.0.1", 3000 ) ),
          9, false, false, "twice NAT vlan 9 10.0.0.1 20.0.0.1 -> 1.1.1.1 30.0.0.1 " },
        // A type without a form has no description.
-       { "KeyTypeAbove6", false, natKey( 7, at( "10.0.0.1" ), at( "1.1.1.1" ) ), 5, false,
+       { "KeyTypeAbove6", false,
+         natKey( Key::NatKeyType( 7 ), at( "10.0.0.1" ), at( "1.1.1.1" ) ), 5, false,
          true, "" },
    };
 }
@@ -74,7 +77,8 @@ protected:
 TEST_F( NatDescriptionDeathTest, AKeyWithoutTypeStops ) {
    start();
    EXPECT_DEATH( worker()->generateTcamEntryDescription(
-                     natKey( 0, at( "10.0.0.1" ), at( "1.1.1.1" ) ), 0, false, false ),
+                     natKey( Key::natKeyTypeNone, at( "10.0.0.1" ), at( "1.1.1.1" ) ), 0,
+                     false, false ),
                  assertionFailure( "false" ) );
 }
 
@@ -82,7 +86,8 @@ TEST_F( NatDescriptionDeathTest, AnAddressOnlyKeyInAddressOnlyModeStops ) {
    nat.addrOnlyMode = true;
    start();
    EXPECT_DEATH( worker()->generateTcamEntryDescription(
-                     natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ) ), 0, false, false ),
+                     natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) ), 0,
+                     false, false ),
                  assertionFailure( "!isAddrOnlyMode()" ) );
 }
 
@@ -91,8 +96,8 @@ TEST_F( NatDescriptionDeathTest, AnAddressOnlyKeyInAddressOnlyModeStops ) {
 TEST_F( NatDescriptionDeathTest,
         ADynamicKeyWithBothAddressesOutsideAddressOnlyModeStops ) {
    start();
-   EXPECT_DEATH( rule( 5, natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "8.8.8.8" ),
-                                  at( "8.8.8.8" ) ) ),
+   EXPECT_DEATH( rule( 5, natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ),
+                                  at( "8.8.8.8" ), at( "8.8.8.8" ) ) ),
                  assertionFailure( "isAddrOnlyMode()" ) );
 }
 

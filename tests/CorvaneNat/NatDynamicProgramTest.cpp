@@ -34,11 +34,12 @@ Lines destinationActions( U32 id, U32 nextHopId ) {
 // Without address-only mode, the keys that reach the chip are those with one address
 // and no port.
 std::vector<Case> oneAddressCases() {
-   Oro::NatHwKey const snat = natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ) );
+   Oro::NatHwKey const snat =
+       natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) );
    Oro::NatHwKey const snatTcp =
-       natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ), {}, {}, 6 );
+       natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ), {}, {}, 6 );
    Oro::NatHwKey const snatUdp =
-       natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ), {}, {}, 17 );
+       natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ), {}, {}, 17 );
    std::string const tcpText = "dynamic SNAT tcp 10.0.0.1 -> 1.1.1.1";
    std::string const udpText = "dynamic SNAT udp 10.0.0.1 -> 1.1.1.1";
    Lines const src = Lines{ srcIp( "10.0.0.1" ) };
@@ -73,7 +74,7 @@ std::vector<Case> oneAddressCases() {
                src + Lines{ ipProtocol( 17 ) } + udp + sourceActions( 20 ) } } } },
        // No L3Ingress: the VLAN only names the entry.
        { "DestinationOnEachVlan",
-         natKey( 6, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) ),
+         natKey( Key::dynamicDstNat, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) ),
          Data().vlans( { 3, 4 } ).nextHop( 5 ),
          true,
          { { { "dynamic DNAT tcp vlan 3 1.1.1.1 -> 10.0.0.1",
@@ -95,15 +96,17 @@ Case addrOnly( Case c ) {
 
 // In address-only mode, the keys that reach the chip carry both addresses.
 std::vector<Case> twoAddressCases() {
-   Oro::NatHwKey const snapt = natKey( 5, at( "10.0.0.1", 1024 ), at( "1.1.1.1", 2048 ),
-                                       at( "8.8.8.8", 53 ), at( "8.8.8.8", 53 ), 17 );
-   Oro::NatHwKey const dnapt = natKey( 6, at( "20.0.0.1" ), at( "20.0.0.1" ),
-                                       at( "1.1.1.1", 80 ), at( "10.0.0.1", 8080 ) );
+   Oro::NatHwKey const snapt =
+       natKey( Key::dynamicSrcNat, at( "10.0.0.1", 1024 ), at( "1.1.1.1", 2048 ),
+               at( "8.8.8.8", 53 ), at( "8.8.8.8", 53 ), 17 );
+   Oro::NatHwKey const dnapt =
+       natKey( Key::dynamicDstNat, at( "20.0.0.1" ), at( "20.0.0.1" ),
+               at( "1.1.1.1", 80 ), at( "10.0.0.1", 8080 ) );
    Lines const dnaptQualifiers = Lines{ srcIp( "20.0.0.1" ), dstIp( "1.1.1.1" ) };
    auto dnaptCase = []( std::string name, U64 nextHop, U32 nextHopId,
                         Lines const& qualifiers ) {
       return addrOnly( { name,
-                         natKey( 6, at( "20.0.0.1" ), at( "20.0.0.1" ),
+                         natKey( Key::dynamicDstNat, at( "20.0.0.1" ), at( "20.0.0.1" ),
                                  at( "1.1.1.1", 80 ), at( "10.0.0.1", 8080 ) ),
                          Data().vlans( { 10 } ).nextHop( nextHop ),
                          false,
@@ -126,8 +129,8 @@ std::vector<Case> twoAddressCases() {
                                 ipFragNotFirst() } +
                              udp + sourceActions( 20 ) } } } } ),
        addrOnly( { "SourceWithoutSourcePort",
-                   natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "8.8.8.8", 53 ),
-                           at( "8.8.8.8", 53 ), 6 ),
+                   natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ),
+                           at( "8.8.8.8", 53 ), at( "8.8.8.8", 53 ), 6 ),
                    Data(),
                    false,
                    { { { "dynamic SNAPT 10.0.0.1:0 -> 1.1.1.1:0",
@@ -148,8 +151,8 @@ std::vector<Case> twoAddressCases() {
        dnaptCase( "DestinationWithoutNextHop", 0, 0, dnaptQualifiers ),
        dnaptCase( "DestinationWithAllOnesNextHop", ~U64( 0 ), 0, dnaptQualifiers ),
        addrOnly( { "DestinationWithOnlyASourcePort",
-                   natKey( 6, at( "20.0.0.1", 5000 ), at( "20.0.0.1", 5000 ),
-                           at( "1.1.1.1" ), at( "10.0.0.1" ) ),
+                   natKey( Key::dynamicDstNat, at( "20.0.0.1", 5000 ),
+                           at( "20.0.0.1", 5000 ), at( "1.1.1.1" ), at( "10.0.0.1" ) ),
                    Data().vlans( { 10 } ).nextHop( 7 ),
                    false,
                    { { { "dynamic DNAPT vlan 10 1.1.1.1:0 -> 10.0.0.1:0",
@@ -172,7 +175,8 @@ class NatDynamicProgram : public NatProgramFixture {};
 TEST_F( NatDynamicProgram, Protocol17WithOneAddressEndsUpMatchingTcpInTheChip ) {
    start();
    std::size_t const from = mark();
-   rule( uid, natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ), {}, {}, 17 ) );
+   rule( uid,
+         natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ), {}, {}, 17 ) );
    std::vector<U32> const ids = allocated( from );
    ASSERT_EQ( ids.size(), 1u );
    Chip::FpEntry const* e = chipEntry( ids[0] );

@@ -15,9 +15,11 @@ namespace {
 
 using NatTest::ipPort;
 using NatTest::ipValue;
+using NatTest::Key;
 using NatTest::Lines;
 using NatTest::NatFixture;
 using NatTest::natKey;
+using NatTest::Result;
 
 constexpr U32 natGroup = 160;
 
@@ -132,38 +134,48 @@ protected:
    // expectedFragEntries. Dynamic keys with ports need the address-only mode.
    void everyKind() {
       // Static SNAPT, source side: one entry, no VLAN.
-      rule( 1, natKey( 1, ipPort( "10.0.0.1", 1000 ), ipPort( "1.1.1.1", 2000 ) ),
+      rule( 1,
+            natKey( Key::staticSrcNat, ipPort( "10.0.0.1", 1000 ),
+                    ipPort( "1.1.1.1", 2000 ) ),
             vlans( {}, 6 ) );
       // Static DNAPT on two VLANs.
-      rule( 2, natKey( 2, {}, {}, ipPort( "1.1.1.2", 80 ), ipPort( "10.0.0.2", 8080 ) ),
+      rule( 2,
+            natKey( Key::staticDstNat, {}, {}, ipPort( "1.1.1.2", 80 ),
+                    ipPort( "10.0.0.2", 8080 ) ),
             vlans( { 10, 20 }, 6 ) );
       // Twice NAPT, both sides.
-      rule( 3, natKey( 3, ipPort( "10.0.0.3", 1003 ), ipPort( "1.1.1.3", 2003 ),
-                       ipPort( "2.2.2.3", 53 ), ipPort( "3.3.3.3", 5353 ) ) );
+      rule( 3, natKey( Key::twiceNatSrc, ipPort( "10.0.0.3", 1003 ),
+                       ipPort( "1.1.1.3", 2003 ), ipPort( "2.2.2.3", 53 ),
+                       ipPort( "3.3.3.3", 5353 ) ) );
       rule( 4,
-            natKey( 4, ipPort( "2.2.2.4", 53 ), ipPort( "3.3.3.4", 5353 ),
+            natKey( Key::twiceNatDst, ipPort( "2.2.2.4", 53 ), ipPort( "3.3.3.4", 5353 ),
                     ipPort( "1.1.1.4", 1004 ), ipPort( "10.0.0.4", 2004 ) ),
             vlans( { 30 } ) );
       // Dynamic NAPT, both sides.
-      rule( 5, natKey( 5, ipPort( "10.0.0.5", 1005 ), ipPort( "1.1.1.5", 2005 ),
-                       ipPort( "8.8.8.5", 53 ), ipPort( "8.8.8.5", 53 ), 17 ) );
+      rule( 5, natKey( Key::dynamicSrcNat, ipPort( "10.0.0.5", 1005 ),
+                       ipPort( "1.1.1.5", 2005 ), ipPort( "8.8.8.5", 53 ),
+                       ipPort( "8.8.8.5", 53 ), 17 ) );
       rule( 6,
-            natKey( 6, ipPort( "9.9.9.6", 1234 ), ipPort( "9.9.9.6", 1234 ),
-                    ipPort( "1.1.1.6", 80 ), ipPort( "10.0.0.6", 8080 ), 6 ),
+            natKey( Key::dynamicDstNat, ipPort( "9.9.9.6", 1234 ),
+                    ipPort( "9.9.9.6", 1234 ), ipPort( "1.1.1.6", 80 ),
+                    ipPort( "10.0.0.6", 8080 ), 6 ),
             vlans( { 40 }, 0, 5 ) );
       // No fragment entry: static NAT without new ports (an old port alone does not
       // count), twice keys with ports on one side only.
-      rule( 7, natKey( 1, ipPort( "10.0.0.7" ), ipPort( "1.1.1.7" ) ) );
-      rule( 8, natKey( 2, {}, {}, ipPort( "1.1.1.8", 80 ), ipPort( "10.0.0.8" ) ),
+      rule( 7, natKey( Key::staticSrcNat, ipPort( "10.0.0.7" ), ipPort( "1.1.1.7" ) ) );
+      rule( 8,
+            natKey( Key::staticDstNat, {}, {}, ipPort( "1.1.1.8", 80 ),
+                    ipPort( "10.0.0.8" ) ),
             vlans( { 10 } ) );
-      rule( 9, natKey( 3, ipPort( "10.0.0.9" ), ipPort( "1.1.1.9", 2009 ),
+      rule( 9, natKey( Key::twiceNatSrc, ipPort( "10.0.0.9" ), ipPort( "1.1.1.9", 2009 ),
                        ipPort( "2.2.2.9" ), ipPort( "3.3.3.9" ) ) );
       rule( 10,
-            natKey( 4, ipPort( "2.2.2.10", 53 ), ipPort( "3.3.3.10" ),
+            natKey( Key::twiceNatDst, ipPort( "2.2.2.10", 53 ), ipPort( "3.3.3.10" ),
                     ipPort( "1.1.1.10" ), ipPort( "10.0.0.10" ) ),
             vlans( { 30 } ) );
       // A dynamic key the address-only mode cannot hold: answered, never programmed.
-      rule( 11, natKey( 5, ipPort( "10.0.0.11" ), ipPort( "1.1.1.11" ) ) );
+      rule( 11,
+            natKey( Key::dynamicSrcNat, ipPort( "10.0.0.11" ), ipPort( "1.1.1.11" ) ) );
    }
    static Lines expectedFragEntries() {
       return { "uid 1 vlan 0 ctrl 20", "uid 2 vlan 10 ctrl 16", "uid 2 vlan 20 ctrl 16",
@@ -262,8 +274,9 @@ TEST_F( NatFragment,
 
 TEST_F( NatFragment, AddressOnlyDynamicKeysGetTheirUdpEntry ) {
    start();  // not in address-only mode: dynamic keys carry one address and no port
-   rule( 1, natKey( 5, ipPort( "10.0.0.1" ), ipPort( "1.1.1.1" ) ) );
-   rule( 2, natKey( 6, {}, {}, ipPort( "1.1.1.2" ), ipPort( "10.0.0.2" ) ),
+   rule( 1, natKey( Key::dynamicSrcNat, ipPort( "10.0.0.1" ), ipPort( "1.1.1.1" ) ) );
+   rule( 2,
+         natKey( Key::dynamicDstNat, {}, {}, ipPort( "1.1.1.2" ), ipPort( "10.0.0.2" ) ),
          vlans( { 7 }, 0, 5 ) );
    std::map<U32, std::string> const defaults = snapshot();
    ASSERT_EQ( defaults.size(), 2u );
@@ -292,8 +305,10 @@ TEST_F( NatFragment, TheFragmentEntryOfAMulticastKeyFollowsItsMulticastData ) {
    Oro::NatHwData data;
    data.multicastIs( true );
    data.mcastGroupIdIs( 0x2000005 );
-   rule( 1, natKey( 1, ipPort( "10.0.0.1", 1000 ), ipPort( "1.1.1.1", 2000 ) ), data,
-         { 1 }, 77 );
+   rule(
+       1,
+       natKey( Key::staticSrcNat, ipPort( "10.0.0.1", 1000 ), ipPort( "1.1.1.1", 2000 ) ),
+       data, { 1 }, 77 );
    fragmentOn( true );
    std::vector<Chip::FpEntry const*> frags;
    for ( Chip::FpEntry const* e : natEntries() ) {
@@ -318,7 +333,8 @@ TEST_F( NatFragment, OnBeforeAnyKeyOrAgainChangesNothing ) {
    EXPECT_TRUE( entryCalls( from ).empty() );
    EXPECT_TRUE( worker()->fragmentEnabled() );
 
-   rule( 1, natKey( 1, ipPort( "10.0.0.1", 1000 ), ipPort( "1.1.1.1", 2000 ) ) );
+   rule( 1, natKey( Key::staticSrcNat, ipPort( "10.0.0.1", 1000 ),
+                    ipPort( "1.1.1.1", 2000 ) ) );
    std::map<U32, std::string> const both = snapshot();
    ASSERT_EQ( both.size(), 2u ) << "committed with its fragment entry";
    // The same value again is no change; a worker re-told it would find nothing to add.
@@ -330,7 +346,8 @@ TEST_F( NatFragment, OnBeforeAnyKeyOrAgainChangesNothing ) {
 TEST_F( NatFragment, OffBeforeInitializationAndOnAfterItFollowTheCommits ) {
    chip.flashDownloadDone = false;
    start();
-   rule( 1, natKey( 1, ipPort( "10.0.0.1", 1000 ), ipPort( "1.1.1.1", 2000 ) ) );
+   rule( 1, natKey( Key::staticSrcNat, ipPort( "10.0.0.1", 1000 ),
+                    ipPort( "1.1.1.1", 2000 ) ) );
    fragmentOn( true );  // no entry-id table yet: nothing to do
    EXPECT_EQ( chipEntries(), 0u );
    EXPECT_TRUE( worker()->fragmentEnabled() );
@@ -348,8 +365,11 @@ TEST_F( NatFragment, OffBeforeInitializationAndOnAfterItFollowTheCommits ) {
 TEST_F( NatFragment, ExactlyEnoughRoomTakesTheLastFreeEntries ) {
    chip.tcamEntries = 4;  // two NAPT keys: two default and two fragment entries
    start();
-   rule( 1, natKey( 1, ipPort( "10.0.0.1", 1000 ), ipPort( "1.1.1.1", 2000 ) ) );
-   rule( 2, natKey( 2, {}, {}, ipPort( "1.1.1.2", 80 ), ipPort( "10.0.0.2", 8080 ) ),
+   rule( 1, natKey( Key::staticSrcNat, ipPort( "10.0.0.1", 1000 ),
+                    ipPort( "1.1.1.1", 2000 ) ) );
+   rule( 2,
+         natKey( Key::staticDstNat, {}, {}, ipPort( "1.1.1.2", 80 ),
+                 ipPort( "10.0.0.2", 8080 ) ),
          vlans( { 10 } ) );
    NatTest::TraceCapture warnings( "ApiCorvane/0" );
    fragmentOn( true );
@@ -364,8 +384,11 @@ TEST_F( NatFragment, OneEntryShortAddsNoneTracesAndSwitchesTheFeatureOff ) {
    chip.tcamEntries = 4;
    start();
    // Three default entries, three fragment entries needed, one free.
-   rule( 1, natKey( 1, ipPort( "10.0.0.1", 1000 ), ipPort( "1.1.1.1", 2000 ) ) );
-   rule( 2, natKey( 2, {}, {}, ipPort( "1.1.1.2", 80 ), ipPort( "10.0.0.2", 8080 ) ),
+   rule( 1, natKey( Key::staticSrcNat, ipPort( "10.0.0.1", 1000 ),
+                    ipPort( "1.1.1.1", 2000 ) ) );
+   rule( 2,
+         natKey( Key::staticDstNat, {}, {}, ipPort( "1.1.1.2", 80 ),
+                 ipPort( "10.0.0.2", 8080 ) ),
          vlans( { 10, 20 } ) );
    std::map<U32, std::string> const defaults = snapshot();
    ASSERT_EQ( defaults.size(), 3u );
@@ -392,18 +415,22 @@ TEST_F( NatFragment, OneEntryShortAddsNoneTracesAndSwitchesTheFeatureOff ) {
 
    // Off in the worker: a key committed now gets its default entry only, and a key
    // reprogrammed does not expect a fragment entry.
-   rule( 3, natKey( 1, ipPort( "10.0.0.3", 1003 ), ipPort( "1.1.1.3", 2003 ) ) );
-   rule( 1, natKey( 1, ipPort( "10.0.0.1", 1000 ), ipPort( "1.1.1.1", 2000 ) ),
-         vlans( {}, 17 ) );
+   rule( 3, natKey( Key::staticSrcNat, ipPort( "10.0.0.3", 1003 ),
+                    ipPort( "1.1.1.3", 2003 ) ) );
+   rule(
+       1,
+       natKey( Key::staticSrcNat, ipPort( "10.0.0.1", 1000 ), ipPort( "1.1.1.1", 2000 ) ),
+       vlans( {}, 17 ) );
    EXPECT_EQ( chipEntries(), 4u );
    EXPECT_TRUE( fragEntries().empty() );
    ASSERT_EQ( answers.size(), 4u );
-   EXPECT_EQ( answers.back().result, 1u );
+   EXPECT_EQ( answers.back().result, Result::done );
 
    // With room again, the operator's off and on brings the feature back.
-   removeRule( 3, natKey( 1, ipPort( "10.0.0.3", 1003 ), ipPort( "1.1.1.3", 2003 ) ) );
-   removeRule( 2,
-               natKey( 2, {}, {}, ipPort( "1.1.1.2", 80 ), ipPort( "10.0.0.2", 8080 ) ) );
+   removeRule( 3, natKey( Key::staticSrcNat, ipPort( "10.0.0.3", 1003 ),
+                          ipPort( "1.1.1.3", 2003 ) ) );
+   removeRule( 2, natKey( Key::staticDstNat, {}, {}, ipPort( "1.1.1.2", 80 ),
+                          ipPort( "10.0.0.2", 8080 ) ) );
    fragmentOn( false );
    fragmentOn( true );
    EXPECT_TRUE( worker()->fragmentEnabled() );
@@ -415,8 +442,8 @@ TEST_F( NatFragment, OneEntryShortAddsNoneTracesAndSwitchesTheFeatureOff ) {
 
 TEST_F( NatFragment, AKeyReprogrammedAfterOnUpdatesBothOfItsEntries ) {
    start();
-   Oro::NatHwKey const key =
-       natKey( 2, {}, {}, ipPort( "1.1.1.2", 80 ), ipPort( "10.0.0.2", 8080 ) );
+   Oro::NatHwKey const key = natKey( Key::staticDstNat, {}, {}, ipPort( "1.1.1.2", 80 ),
+                                     ipPort( "10.0.0.2", 8080 ) );
    rule( 1, key, vlans( { 10, 20 }, 6 ) );
    fragmentOn( true );
    std::map<U32, std::string> const before = snapshot();
@@ -425,7 +452,7 @@ TEST_F( NatFragment, AKeyReprogrammedAfterOnUpdatesBothOfItsEntries ) {
    // New protocol, VLAN 10 dropped, VLAN 30 added.
    std::size_t from = mark();
    rule( 1, key, vlans( { 20, 30 }, 17 ) );
-   EXPECT_EQ( answers.back().result, 1u );
+   EXPECT_EQ( answers.back().result, Result::done );
    EXPECT_EQ( fragEntries(),
               ( Lines{ "uid 1 vlan 20 ctrl 16", "uid 1 vlan 30 ctrl 16" } ) );
    EXPECT_EQ( chipEntries(), 4u );

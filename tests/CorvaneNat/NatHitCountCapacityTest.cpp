@@ -10,6 +10,7 @@ namespace {
 
 using NatTest::ipPort;
 using NatTest::ipValue;
+using NatTest::Key;
 using NatTest::Lines;
 using NatTest::NatFixture;
 using NatTest::natKey;
@@ -51,10 +52,10 @@ TEST_F( NatHitCounts, DynamicKeysArePublishedPerKeyAfterEachInterval ) {
    nat.addrOnlyMode = true;  // dynamic keys carry both addresses and their ports
    start();
    Oro::NatHwKey const source =
-       natKey( 5, ipPort( "10.0.0.1", 1024 ), ipPort( "1.1.1.1", 2000 ),
+       natKey( Key::dynamicSrcNat, ipPort( "10.0.0.1", 1024 ), ipPort( "1.1.1.1", 2000 ),
                ipPort( "8.8.8.8", 53 ), ipPort( "9.9.9.9", 53 ), 6 );
    Oro::NatHwKey const destination =
-       natKey( 6, ipPort( "7.7.7.7", 5000 ), ipPort( "7.7.7.7", 5000 ),
+       natKey( Key::dynamicDstNat, ipPort( "7.7.7.7", 5000 ), ipPort( "7.7.7.7", 5000 ),
                ipPort( "1.1.1.2", 80 ), ipPort( "10.0.0.2", 8080 ), 6 );
    Oro::NatHwData perVlan;
    perVlan.vlanIdAppend( 10 );
@@ -62,8 +63,10 @@ TEST_F( NatHitCounts, DynamicKeysArePublishedPerKeyAfterEachInterval ) {
    perVlan.nextHopIdIs( 5 );
    rule( 1, source );
    rule( 2, destination, perVlan );
-   rule( 3, natKey( 1, ipPort( "10.0.0.3" ), ipPort( "1.1.1.3" ) ) );  // static: no row
-   rule( 4, natKey( 3, ipPort( "10.0.0.4" ), ipPort( "1.1.1.4" ), ipPort( "8.8.4.4" ),
+   rule( 3, natKey( Key::staticSrcNat, ipPort( "10.0.0.3" ),
+                    ipPort( "1.1.1.3" ) ) );  // static: no row
+   rule( 4, natKey( Key::twiceNatSrc, ipPort( "10.0.0.4" ), ipPort( "1.1.1.4" ),
+                    ipPort( "8.8.4.4" ),
                     ipPort( "9.9.4.4" ) ) );  // twice: no row
 
    hit( defaultEntry( destination, 10 ), 3 );
@@ -94,7 +97,8 @@ TEST_F( NatHitCounts, DynamicKeysArePublishedPerKeyAfterEachInterval ) {
 TEST_F( NatHitCounts, FragmentEntriesDoNotCountAndChipsWithoutCountersDoNotPoll ) {
    nat.fragmentEnabled = true;
    start();
-   Oro::NatHwKey const source = natKey( 5, ipPort( "10.0.0.1" ), ipPort( "1.1.1.1" ) );
+   Oro::NatHwKey const source =
+       natKey( Key::dynamicSrcNat, ipPort( "10.0.0.1" ), ipPort( "1.1.1.1" ) );
    rule( 1, source );
    Corvane::EntryIdTableEntry const row = worker()->entryIdTable()->entry( source );
    ASSERT_TRUE( row.fragEntryIdHas( 0 ) );
@@ -142,10 +146,12 @@ TEST_F( NatCapacity, PublishesTheFourRowsWithEveryKindAndTheWholeGroup ) {
    Oro::NatHwData twoVlans;
    twoVlans.vlanIdAppend( 10 );
    twoVlans.vlanIdAppend( 20 );
-   rule( 1, natKey( 2, {}, {}, ipPort( "1.1.1.1" ), ipPort( "10.0.0.1" ) ), twoVlans );
-   rule( 2, natKey( 3, ipPort( "10.0.0.2" ), ipPort( "1.1.1.2" ), ipPort( "8.8.8.8" ),
-                    ipPort( "9.9.9.9" ) ) );
-   rule( 3, natKey( 5, ipPort( "10.0.0.3" ), ipPort( "1.1.1.3" ) ) );
+   rule( 1,
+         natKey( Key::staticDstNat, {}, {}, ipPort( "1.1.1.1" ), ipPort( "10.0.0.1" ) ),
+         twoVlans );
+   rule( 2, natKey( Key::twiceNatSrc, ipPort( "10.0.0.2" ), ipPort( "1.1.1.2" ),
+                    ipPort( "8.8.8.8" ), ipPort( "9.9.9.9" ) ) );
+   rule( 3, natKey( Key::dynamicSrcNat, ipPort( "10.0.0.3" ), ipPort( "1.1.1.3" ) ) );
    // An entry the group gives to someone else (trap filters share the group).
    worker()->natEntryManager()->getEntry( 1, "other", CorvaneTcam::RequestKey() );
    EXPECT_EQ( rows(), ( std::map<std::string, std::vector<U32>>{
@@ -156,7 +162,7 @@ TEST_F( NatCapacity, PublishesTheFourRowsWithEveryKindAndTheWholeGroup ) {
        << "the three kinds sum below NAT";
 
    // Refreshed on the helper's clock without being asked.
-   rule( 4, natKey( 1, ipPort( "10.0.0.4" ), ipPort( "1.1.1.4" ) ) );
+   rule( 4, natKey( Key::staticSrcNat, ipPort( "10.0.0.4" ), ipPort( "1.1.1.4" ) ) );
    loop().advance( 5.0 );
    auto const& table = platform->tableCapacity();
    OroCapacity::TableCapacityKey const natStatic( "CorvaneNatCapacity", "IFP", "Chip1",

@@ -96,7 +96,7 @@ TEST_F( NatLifecycle, EitherOrderOfFlashDownloadAndMountGroupInitializesOnce ) {
       EXPECT_TRUE( worker()->entryIdTable() );
 
       // Initialized once: transactions are served from then on.
-      rule( 1, NatTest::natKey( 1, NatTest::ipPort( "10.0.0.1" ),
+      rule( 1, NatTest::natKey( NatTest::Key::staticSrcNat, NatTest::ipPort( "10.0.0.1" ),
                                 NatTest::ipPort( "1.1.1.1" ) ) );
       EXPECT_EQ( answers.size(), 1u );
       TearDown();

@@ -12,12 +12,15 @@ constexpr U32 uid = caseUid;
 constexpr U16 mcastUid = caseMcastUid;
 
 std::vector<Case> sourceCases() {
-   Oro::NatHwKey const snat = natKey( 1, at( "10.0.0.1" ), at( "1.1.1.1" ) );
-   Oro::NatHwKey const snapt = natKey( 1, at( "10.0.0.1", 1024 ), at( "1.1.1.1", 2048 ) );
-   Oro::NatHwKey const snatAcl =
-       natKey( 1, at( "10.0.0.1" ), at( "1.1.1.1" ), {}, {}, 0, /*aclId*/ 9 );
-   Oro::NatHwKey const twice = natKey( 3, at( "10.0.0.1", 1000 ), at( "1.1.1.1", 2000 ),
-                                       at( "20.0.0.1", 80 ), at( "30.0.0.1", 8080 ) );
+   Oro::NatHwKey const snat =
+       natKey( Key::staticSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) );
+   Oro::NatHwKey const snapt =
+       natKey( Key::staticSrcNat, at( "10.0.0.1", 1024 ), at( "1.1.1.1", 2048 ) );
+   Oro::NatHwKey const snatAcl = natKey( Key::staticSrcNat, at( "10.0.0.1" ),
+                                         at( "1.1.1.1" ), {}, {}, 0, /*aclId*/ 9 );
+   Oro::NatHwKey const twice =
+       natKey( Key::twiceNatSrc, at( "10.0.0.1", 1000 ), at( "1.1.1.1", 2000 ),
+               at( "20.0.0.1", 80 ), at( "30.0.0.1", 8080 ) );
    std::string const snatText = "static SNAT  10.0.0.1 -> 1.1.1.1 ";
    std::string const twiceNat = "twice NAT  10.0.0.1 20.0.0.1 -> 1.1.1.1 30.0.0.1 ";
    std::string const twiceNapt =
@@ -34,7 +37,7 @@ std::vector<Case> sourceCases() {
        // The L4 source port is matched, but without a new port the entry stays SNAT
        // and needs no fragment entry.
        { "StaticSnatWithAnOldPortOnly",
-         natKey( 1, at( "10.0.0.1", 1024 ), at( "1.1.1.1" ) ),
+         natKey( Key::staticSrcNat, at( "10.0.0.1", 1024 ), at( "1.1.1.1" ) ),
          Data().protocol( 17 ),
          true,
          { { { snatText, Lines{ srcIp( "10.0.0.1" ), l4SrcPort( 1024 ), ipProtocol( 17 ),
@@ -106,8 +109,8 @@ std::vector<Case> sourceCases() {
        // The source-side twice key looks at the new destination port: a new source
        // port alone keeps 22.
        { "TwiceSourceSideWithoutNewDestinationPort",
-         natKey( 3, at( "10.0.0.1", 1000 ), at( "1.1.1.1", 2000 ), at( "20.0.0.1" ),
-                 at( "30.0.0.1" ) ),
+         natKey( Key::twiceNatSrc, at( "10.0.0.1", 1000 ), at( "1.1.1.1", 2000 ),
+                 at( "20.0.0.1" ), at( "30.0.0.1" ) ),
          Data(),
          false,
          { { { "twice NAPT  10.0.0.1:1000 20.0.0.1:0 -> 1.1.1.1:2000 30.0.0.1:0 ",
@@ -115,14 +118,14 @@ std::vector<Case> sourceCases() {
                       action( "Drop" ), extractionCtrl( 22 ),
                       opaqueObject1( uid ) } } } } },
        { "TwiceSourceSideWithOnlyANewDestinationPort",
-         natKey( 3, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "20.0.0.1" ),
+         natKey( Key::twiceNatSrc, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "20.0.0.1" ),
                  at( "30.0.0.1", 8080 ) ),
          Data().nextHop( ~U64( 0 ) ),
          true,
          { { { twiceNat, Lines{ srcIp( "10.0.0.1" ), dstIp( "20.0.0.1" ),
                                 extractionCtrl( 23 ), opaqueObject1( uid ) } } } } },
        { "TwiceSourceSideMulticastWithoutNextHop",
-         natKey( 3, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "239.1.1.1" ),
+         natKey( Key::twiceNatSrc, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "239.1.1.1" ),
                  at( "239.2.2.2" ) ),
          Data().multicast( 12 ),
          false,
@@ -132,7 +135,7 @@ std::vector<Case> sourceCases() {
                       redirectIpmc( 12 ), extractionCtrl( 24 ),
                       opaqueObject1( mcastUid ) } } } } },
        { "TwiceSourceSideMulticastWithAllOnesNextHop",
-         natKey( 3, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "239.1.1.1" ),
+         natKey( Key::twiceNatSrc, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "239.1.1.1" ),
                  at( "239.2.2.2" ) ),
          Data().multicast( 0 ).nextHop( ~U64( 0 ) ),
          false,
@@ -141,7 +144,7 @@ std::vector<Case> sourceCases() {
                       action( "CopyToCpuCancel" ), action( "DropCancel" ),
                       extractionCtrl( 24 ), opaqueObject1( mcastUid ) } } } } },
        { "TwiceSourceSideMultipathNextHop",
-         natKey( 3, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "20.0.0.1" ),
+         natKey( Key::twiceNatSrc, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "20.0.0.1" ),
                  at( "30.0.0.1" ) ),
          Data().nextHop( 0x08000003 ),
          false,
@@ -153,9 +156,10 @@ std::vector<Case> sourceCases() {
 }
 
 std::vector<Case> destinationCases() {
-   Oro::NatHwKey const dnat = natKey( 2, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) );
+   Oro::NatHwKey const dnat =
+       natKey( Key::staticDstNat, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) );
    Oro::NatHwKey const dnapt =
-       natKey( 2, {}, {}, at( "1.1.1.1", 80 ), at( "10.0.0.1", 8080 ) );
+       natKey( Key::staticDstNat, {}, {}, at( "1.1.1.1", 80 ), at( "10.0.0.1", 8080 ) );
    auto dnatText = []( std::string const& prefix ) {
       return "static DNAT " + prefix + " 1.1.1.1 -> 10.0.0.1 ";
    };
@@ -168,7 +172,8 @@ std::vector<Case> destinationCases() {
    };
    // A multicast egress entry of a DNAT key towards `dst`, group 5, no next hop.
    auto mcastEgress = [&]( char const* dst, bool rangeFilter ) {
-      Oro::NatHwKey key = natKey( 2, {}, {}, at( dst ), at( "10.0.0.1" ) );
+      Oro::NatHwKey key =
+          natKey( Key::staticDstNat, {}, {}, at( dst ), at( "10.0.0.1" ) );
       Lines calls;
       if ( rangeFilter ) {
          calls.push_back( srcIpMulticast() );
@@ -189,8 +194,9 @@ std::vector<Case> destinationCases() {
           { { { "static DNAT vlan 10 " + std::string( dst ) + " -> 10.0.0.1 ",
                 calls } } } };
    };
-   Oro::NatHwKey const twiceDst = natKey( 4, at( "10.0.0.1", 1000 ), at( "1.1.1.1" ),
-                                          at( "20.0.0.1", 80 ), at( "30.0.0.1", 8080 ) );
+   Oro::NatHwKey const twiceDst =
+       natKey( Key::twiceNatDst, at( "10.0.0.1", 1000 ), at( "1.1.1.1" ),
+               at( "20.0.0.1", 80 ), at( "30.0.0.1", 8080 ) );
    return {
        { "StaticDnatOneEntryPerVlanInTheDataOrder",
          dnat,
@@ -212,7 +218,7 @@ std::vector<Case> destinationCases() {
                       action( "CopyToCpuCancel" ), action( "DropCancel" ),
                       l3Switch( 200003 ) } } } } },
        { "StaticDnatSharingTheAclMatchesTheAclId",
-         natKey( 2, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ), 0, 9 ),
+         natKey( Key::staticDstNat, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ), 0, 9 ),
          Data().vlans( { 10 } ).aclSharing().filter( "192.168.0.0", 16 ),
          false,
          { { { dnatText( "vlan 10" ),
@@ -266,7 +272,8 @@ std::vector<Case> destinationCases() {
                       action( "DropCancel" ), l3Switch( 100007 ) } } } } },
        // A new source port alone asks for a fragment entry; both entries stay DNAT (16).
        { "StaticDnatWithOnlyANewSourcePort",
-         natKey( 2, {}, at( "0.0.0.0", 99 ), at( "1.1.1.1" ), at( "10.0.0.1" ) ),
+         natKey( Key::staticDstNat, {}, at( "0.0.0.0", 99 ), at( "1.1.1.1" ),
+                 at( "10.0.0.1" ) ),
          Data().vlans( { 10 } ).nextHop( 1 ),
          true,
          { { { "static DNAPT vlan 10 1.1.1.1:0 -> 10.0.0.1:0 ",
@@ -280,7 +287,7 @@ std::vector<Case> destinationCases() {
                       l3Switch( 100001 ) } } } } },
        // The multicast range filter is for static keys only.
        { "TwiceDestinationSideMulticastEgress",
-         natKey( 4, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "20.0.0.1" ),
+         natKey( Key::twiceNatDst, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "20.0.0.1" ),
                  at( "239.2.2.2" ) ),
          Data().vlans( { 10 } ).multicast( 6 ),
          false,
@@ -289,8 +296,8 @@ std::vector<Case> destinationCases() {
                       extractionCtrl( 24 ), opaqueObject1( mcastUid ),
                       action( "CopyToCpuCancel" ), action( "DropCancel" ) } } } } },
        { "TwiceDestinationSideWithNewSourcePort",
-         natKey( 4, at( "10.0.0.1" ), at( "1.1.1.1", 2000 ), at( "20.0.0.1" ),
-                 at( "30.0.0.1" ) ),
+         natKey( Key::twiceNatDst, at( "10.0.0.1" ), at( "1.1.1.1", 2000 ),
+                 at( "20.0.0.1" ), at( "30.0.0.1" ) ),
          Data().vlans( { 10 } ).protocol( 6 ),
          false,
          { { { "twice NAT vlan 10 10.0.0.1 20.0.0.1 -> 1.1.1.1 30.0.0.1 ",
@@ -313,7 +320,7 @@ TEST_P( NatEntryProgramming, JournalAndChipHoldExactlyTheEntriesOfTheKey ) {
       EXPECT_EQ( unit, 1 );
    }
    ASSERT_EQ( answers.size(), 1u );
-   EXPECT_EQ( answers[0].result, 1u );
+   EXPECT_EQ( answers[0].result, Result::done );
 
    // The chip holds each entry installed, in the NAT group, at the highest priority,
    // with the description and the actions it was given.
@@ -361,15 +368,16 @@ protected:
 
 TEST_F( NatProgramDeathTest, AUnicastDestinationEntryWithoutVlanStops ) {
    start();
-   EXPECT_DEATH( rule( 5, natKey( 2, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) ),
-                       Data().vlans( { 0 } ) ),
-                 assertionFailure( "vlanId" ) );
+   EXPECT_DEATH(
+       rule( 5, natKey( Key::staticDstNat, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) ),
+             Data().vlans( { 0 } ) ),
+       assertionFailure( "vlanId" ) );
 }
 
 // A source-side key is programmed without VLAN, so multicast at ingress cannot be.
 TEST_F( NatProgramDeathTest, AMulticastIngressSourceEntryStops ) {
    start();
-   EXPECT_DEATH( rule( 5, natKey( 1, at( "10.0.0.1" ), at( "1.1.1.1" ) ),
+   EXPECT_DEATH( rule( 5, natKey( Key::staticSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) ),
                        Data().multicast( 3, true ), { 1 }, 4 ),
                  assertionFailure(
                      "vlanId && \"Missing vlanId for multicast ingress SNAT/Twice\"" ) );
@@ -377,9 +385,10 @@ TEST_F( NatProgramDeathTest, AMulticastIngressSourceEntryStops ) {
 
 TEST_F( NatProgramDeathTest, ADynamicDestinationEntryWithoutVlanStops ) {
    start();
-   EXPECT_DEATH( rule( 5, natKey( 6, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) ),
-                       Data().vlans( { 0 } ) ),
-                 assertionFailure( "shadowData0.vlanId( 0 )" ) );
+   EXPECT_DEATH(
+       rule( 5, natKey( Key::dynamicDstNat, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) ),
+             Data().vlans( { 0 } ) ),
+       assertionFailure( "shadowData0.vlanId( 0 )" ) );
 }
 
 TEST_F( NatProgramDeathTest, KeyTypesWithoutBranchStop ) {
@@ -387,7 +396,7 @@ TEST_F( NatProgramDeathTest, KeyTypesWithoutBranchStop ) {
    U32 const id =
        platform->tcamManager().unboundedEntryManager( 160 )->getEntry( 1, "test", {} );
    Oro::NatHwData const data = Data().vlans( { 10 } );
-   for ( U32 type : { 0u, 7u } ) {
+   for ( Key::NatKeyType type : { Key::natKeyTypeNone, Key::NatKeyType( 7 ) } ) {
       Oro::NatHwKey const key = natKey( type, at( "10.0.0.1" ), at( "1.1.1.1" ) );
       EXPECT_DEATH(
           worker()->doProgramEntry( id, false, false, key, data, key, data, 10, 5 ),
@@ -401,7 +410,7 @@ TEST_F( NatProgramDeathTest, KeyTypesWithoutBranchStop ) {
 TEST_F( NatProgramDeathTest, AMulticastRowWithoutMulticastUidIsTheUidRangeError ) {
    start();
    auto commit = [this] {
-      rule( 5, natKey( 2, {}, {}, at( "239.1.1.1" ), at( "239.2.2.2" ) ),
+      rule( 5, natKey( Key::staticDstNat, {}, {}, at( "239.1.1.1" ), at( "239.2.2.2" ) ),
             Data().vlans( { 10 } ).multicast( 3 ), { 1 }, 0 );
    };
    EXPECT_DEATH(
@@ -422,12 +431,14 @@ struct SdkFailureCase {
 };
 
 std::vector<SdkFailureCase> sdkFailureCases() {
-   Oro::NatHwKey const dnat = natKey( 2, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) );
-   Oro::NatHwKey const dyn = natKey( 5, at( "10.0.0.1" ), at( "1.1.1.1" ) );
+   Oro::NatHwKey const dnat =
+       natKey( Key::staticDstNat, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) );
+   Oro::NatHwKey const dyn =
+       natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) );
    Oro::NatHwData const vlan = Data().vlans( { 10 } ).nextHop( 5 );
    return {
        { "StaticDestinationAction", "bcm_field_action_add", 4,
-         &Shim::Sdk::BCM_E_NOT_FOUND, "Entry not found", dnat, vlan, "NatProgram.cpp",
+         &Shim::Sdk::BCM_E_NOT_FOUND, "Entry not found", dnat, vlan, "NatEntryRecipe.cpp",
          "bcm_field_action_add( unit(), entryId, bcmFieldActionDropCancel, 0, 0 )" },
        { "DynamicTcpControl",
          "bcm_field_qualify_TcpControl",
@@ -436,7 +447,7 @@ std::vector<SdkFailureCase> sdkFailureCases() {
          "Internal error",
          dyn,
          {},
-         "NatDynamicProgram.cpp",
+         "NatEntryRecipe.cpp",
          "bcm_field_qualify_TcpControl( unit(), entryId, 0, TCAM_FIELD_TCP_CONTROL_MASK "
          ")" },
        { "DynamicOpaqueObject",
@@ -446,7 +457,7 @@ std::vector<SdkFailureCase> sdkFailureCases() {
          "No resources for operation",
          dyn,
          {},
-         "NatDynamicProgram.cpp",
+         "NatEntryRecipe.cpp",
          "bcm_field_action_add( unit(), entryId, bcmFieldActionAssignOpaqueObject1, uid, "
          "0 "
          ")" },
@@ -492,7 +503,7 @@ class NatSdkTrace : public NatProgramFixture {};
 TEST_F( NatSdkTrace, SuccessfulCallsAreTracedWithTheirTextAndCode ) {
    start();
    TraceCapture trace( "ApiCorvane/4" );
-   rule( 5, natKey( 1, at( "10.0.0.1" ), at( "1.1.1.1" ) ) );
+   rule( 5, natKey( Key::staticSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) ) );
    Lines const texts = {
        "bcm_field_qualify_MyStationHit( unit(), entryId, 1, 1 ) (rc:0",
        "bcm_field_qualify_SrcClassField( unit(), entryId, 0, classVfpAclDrop_ ) (rc:0",

@@ -196,13 +196,9 @@ void dynamicEntry( EntryExpect& e, Oro::NatHwKey const& key, Oro::NatHwData cons
    }
 }
 
-// Reprogramming: the new qualifiers over the old ones, the new actions only.
+// Reprogramming: the entry holds what the new data asks, nothing of the old.
 void reprogram( EntryExpect& e, EntryExpect const& fresh ) {
-   for ( auto const& q : fresh.quals ) {
-      e.quals[q.first] = q.second;
-   }
-   e.residual = e.quals != fresh.quals;
-   e.actions = fresh.actions;
+   e = fresh;
 }
 
 // Entries an ACL takes: per rule without and with exact-match hit; a permitting rule's
@@ -231,22 +227,9 @@ Model::Model( natsim::ChipConfig const& chip, natsim::NatConfig const& nat,
    }
 }
 
+// Keys that translate ports, as the key record itself tells, and dynamic keys.
 bool Model::needsFrag( Oro::NatHwKey const& key ) {
-   bool const newPort = key.srcIpAndPortNew().port() || key.dstIpAndPortNew().port();
-   bool const oldPort = key.srcIpAndPortOld().port() || key.dstIpAndPortOld().port();
-   switch ( key.keyType() ) {
-      case Oro::NatHwKey::staticSrcNat:
-      case Oro::NatHwKey::staticDstNat:
-         return newPort;
-      case Oro::NatHwKey::twiceNatSrc:
-      case Oro::NatHwKey::twiceNatDst:
-         return oldPort && newPort;
-      case Oro::NatHwKey::dynamicSrcNat:
-      case Oro::NatHwKey::dynamicDstNat:
-         return true;
-      default:
-         return false;
-   }
+   return key.isStaticNapt() || key.isTwiceNapt() || key.isDynamicNat();
 }
 
 bool Model::sourceSide( Oro::NatHwKey const& key ) {
@@ -331,15 +314,6 @@ bool Model::verifiable( U16 modId ) const {
                               !( destinationSide( key ) && sh.data.vlanIds() == 0 );
       if ( programmed && !w.rows.count( key ) ) {
          return false;
-      }
-   }
-   for ( auto const& row : w.rows ) {
-      for ( auto const* entries : { &row.second.defaults, &row.second.frags } ) {
-         for ( auto const& e : *entries ) {
-            if ( e.second.residual ) {
-               return false;
-            }
-         }
       }
    }
    return true;
@@ -456,26 +430,26 @@ void Model::commit( U16 modId, U32 uid ) {
    U32 const field = requests_.at( uid ).field;
    WorkerExpect& w = workers_.at( modId );
    if ( dynamicSkipped( key ) ) {
-      stepAnswers_.push_back( { modId, uid, 1, field } );
+      stepAnswers_.push_back( { modId, uid, Xact::XactSluiceStatus::done, field } );
       return;
    }
    ShadowExpect const sh = shadow_.at( key );
    if ( sh.dirty == 2 ) {
       w.rows.erase( key );
-      stepAnswers_.push_back( { modId, uid, 1, field } );
+      stepAnswers_.push_back( { modId, uid, Xact::XactSluiceStatus::done, field } );
       return;
    }
-   U32 result = 1;
+   Xact::XactSluiceStatus::Result result = Xact::XactSluiceStatus::done;
    if ( sourceSide( key ) ) {
       if ( !program( modId, key, sh, 0 ) ) {
-         result = 2;
+         result = Xact::XactSluiceStatus::hwFull;
       }
    } else if ( destinationSide( key ) ) {
       std::set<U16> listed;
       for ( U32 i = 0; i < sh.data.vlanIds(); ++i ) {
          listed.insert( sh.data.vlanId( i ) );
          if ( !program( modId, key, sh, sh.data.vlanId( i ) ) ) {
-            result = 2;
+            result = Xact::XactSluiceStatus::hwFull;
          }
       }
       auto row = w.rows.find( key );

@@ -22,9 +22,8 @@
 // Entries of a deleted worker stay on the chip (a worker frees nothing as it goes); the
 // model counts them per unit as orphans, which keep their room for good.
 //
-// Reprogramming writes the qualifiers of the new data over the old ones and never
-// removes one: a qualifier the new data no longer asks for stays on the entry. The model
-// keeps them too (EntryExpect::residual marks such an entry).
+// Reprogramming leaves an entry holding exactly what the new data asks: a qualifier the
+// new data no longer asks for is taken off.
 
 #include <algorithm>
 #include <deque>
@@ -37,6 +36,7 @@
 #include "platform/chip/Action.h"
 #include "platform/chip/Qualifier.h"
 #include "platform/nat/NatTrapConfig.h"
+#include "platform/nat/XactSluiceDir.h"
 #include "tools/natsim/Scenario.h"
 
 namespace NatRandom {
@@ -47,8 +47,6 @@ typedef std::map<Chip::Qualifier, std::pair<U32, U32>> QualMap;
 struct EntryExpect {
    QualMap quals;
    std::vector<Chip::ActionRecord> actions;
-   // A qualifier of earlier data is still on the entry.
-   bool residual = false;
 };
 
 // The entries of one key on one worker, by VLAN (0 for source-side keys).
@@ -83,7 +81,7 @@ struct ShadowExpect {
 struct AnswerExpect {
    U16 module;
    U32 uid;
-   U32 result;
+   Xact::XactSluiceStatus::Result result;
    U32 field;
    bool operator<( AnswerExpect const& o ) const {
       return std::tie( module, uid, result, field ) <

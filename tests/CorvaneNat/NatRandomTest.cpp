@@ -24,11 +24,7 @@
 //     as orphans of their unit and checks that they stay exactly as they were.
 //   - doVerify needs a worker that is initialized and that programmed every shadow key it
 //     serves. A worker built anew finds keys committed before it existed and has no row
-//     for them; it is not verified until they are gone. A key reprogrammed with data that
-//     drops a qualifier (protocol, filter, multicast ingress) keeps that qualifier on its
-//     entries, as reprogramming writes over the old qualifiers and removes none; the
-//     model expects it, and doVerify, which expects what fresh data would write, is not
-//     run while such an entry exists.
+//     for them; it is not verified until they are gone.
 //   - A worker answers a transaction each time it serves it: a worker built anew serves
 //     every request still standing, also those its module's previous worker answered.
 //
@@ -676,12 +672,13 @@ private:
       std::vector<AnswerExpect> actual;
       for ( auto const& a : result["answers"] ) {
          actual.push_back( { a["module"].get<U16>(), a["uid"].get<U32>(),
-                             a["result"].get<U32>(), a["field"].get<U32>() } );
+                             Xact::XactSluiceStatus::Result( a["result"].get<U32>() ),
+                             a["field"].get<U32>() } );
       }
       std::vector<AnswerExpect> expected = model_->stepAnswers();
       stats_.answers += U32( actual.size() );
       for ( auto const& a : actual ) {
-         stats_.full += a.result == 2 ? 1 : 0;
+         stats_.full += a.result == Xact::XactSluiceStatus::hwFull ? 1 : 0;
       }
       std::sort( actual.begin(), actual.end() );
       std::sort( expected.begin(), expected.end() );

@@ -30,12 +30,18 @@ inline U32 ipValue( char const* text ) {
    return ipPort( text ).ip().value();
 }
 
+// Key types by name: natKey( Key::staticSrcNat, ... ).
+using Key = Oro::NatHwKey;
+// Transaction results by name: answers.back().result == Result::done.
+using Result = Xact::XactSluiceStatus;
+
 // A key with the given kind and addresses; others unset.
-inline Oro::NatHwKey natKey( U32 type, Wirel::IpAndPort srcOld, Wirel::IpAndPort srcNew,
-                             Wirel::IpAndPort dstOld = {}, Wirel::IpAndPort dstNew = {},
-                             U8 dynProto = 0, U32 aclId = 0 ) {
-   return Oro::NatHwKey( static_cast<Oro::NatHwKey::NatKeyType>( type ), srcOld, srcNew,
-                         dstOld, dstNew, false, dynProto, 0, Oro::NatAclId( aclId ) );
+inline Oro::NatHwKey natKey( Key::NatKeyType type, Wirel::IpAndPort srcOld,
+                             Wirel::IpAndPort srcNew, Wirel::IpAndPort dstOld = {},
+                             Wirel::IpAndPort dstNew = {}, U8 dynProto = 0,
+                             U32 aclId = 0 ) {
+   return Oro::NatHwKey( type, srcOld, srcNew, dstOld, dstNew, false, dynProto, 0,
+                         Oro::NatAclId( aclId ) );
 }
 
 class NatFixture : public ::testing::Test {

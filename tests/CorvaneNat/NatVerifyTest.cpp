@@ -13,9 +13,13 @@
 
 namespace {
 
+using NatTest::Data;
 using NatTest::ipPort;
 using NatTest::ipValue;
+using NatTest::Key;
+using NatTest::Lines;
 using NatTest::natKey;
+using NatTest::Result;
 using Wirel::IpAddrWithFullMask;
 
 char const verifyPath[] = "corvanenat/natWorkerSm/1";
@@ -66,13 +70,15 @@ protected:
    }
    Shim::Sdk& sdk() { return *Shim::sdk_; }
 
-   Oro::NatHwKey const snat = natKey( 1, ipPort( "10.0.0.1" ), ipPort( "203.0.113.1" ) );
-   Oro::NatHwKey const snapt =
-       natKey( 1, ipPort( "10.0.0.2", 1024 ), ipPort( "203.0.113.2", 2048 ) );
-   Oro::NatHwKey const dnat =
-       natKey( 2, {}, {}, ipPort( "203.0.113.80" ), ipPort( "10.0.0.80" ) );
+   Oro::NatHwKey const snat =
+       natKey( Key::staticSrcNat, ipPort( "10.0.0.1" ), ipPort( "203.0.113.1" ) );
+   Oro::NatHwKey const snapt = natKey( Key::staticSrcNat, ipPort( "10.0.0.2", 1024 ),
+                                       ipPort( "203.0.113.2", 2048 ) );
+   Oro::NatHwKey const dnat = natKey( Key::staticDstNat, {}, {}, ipPort( "203.0.113.80" ),
+                                      ipPort( "10.0.0.80" ) );
    Oro::NatHwKey const dnapt =
-       natKey( 2, {}, {}, ipPort( "203.0.113.81", 80 ), ipPort( "10.0.0.81", 8080 ) );
+       natKey( Key::staticDstNat, {}, {}, ipPort( "203.0.113.81", 80 ),
+               ipPort( "10.0.0.81", 8080 ) );
 };
 
 // ---------------------------------------------------------------------------------------
@@ -320,35 +326,46 @@ protected:
       Oro::NatHwData filtered;
       filtered.filterAddrIs(
           IpAddrWithFullMask( Wirel::IpAddr( ipValue( "192.0.2.0" ) ), 0xffffff00 ) );
-      rule( 3, natKey( 1, ipPort( "10.0.0.3" ), ipPort( "203.0.113.3" ) ), filtered );
+      rule( 3, natKey( Key::staticSrcNat, ipPort( "10.0.0.3" ), ipPort( "203.0.113.3" ) ),
+            filtered );
       Oro::NatHwData sharing;
       sharing.staticAclSharingIs( true );
-      rule( 4, natKey( 1, ipPort( "10.0.0.4" ), ipPort( "203.0.113.4" ), {}, {}, 0, 7 ),
+      rule( 4,
+            natKey( Key::staticSrcNat, ipPort( "10.0.0.4" ), ipPort( "203.0.113.4" ), {},
+                    {}, 0, 7 ),
             sharing );
       rule( 5, dnat, natData( { 10, 20, 30 } ) );
       rule( 6, dnapt, natData( { 10, 20 }, 6 ) );
       Oro::NatHwData dnatFiltered = natData( { 20 } );
       dnatFiltered.filterAddrIs(
           IpAddrWithFullMask( Wirel::IpAddr( ipValue( "198.51.100.0" ) ), 0xffffff00 ) );
-      rule( 7, natKey( 2, {}, {}, ipPort( "203.0.113.82" ), ipPort( "10.0.0.82" ) ),
+      rule( 7,
+            natKey( Key::staticDstNat, {}, {}, ipPort( "203.0.113.82" ),
+                    ipPort( "10.0.0.82" ) ),
             dnatFiltered );
       // Twice NAT, both sides, with and without ports.
       rule( 8,
-            natKey( 3, ipPort( "10.0.0.3" ), ipPort( "203.0.113.3" ),
+            natKey( Key::twiceNatSrc, ipPort( "10.0.0.3" ), ipPort( "203.0.113.3" ),
                     ipPort( "198.51.100.7" ), ipPort( "192.0.2.7" ) ),
             natData( {}, 0, 0x8000002 ) );
       rule( 9,
-            natKey( 4, ipPort( "192.0.2.7", 53 ), ipPort( "198.51.100.7", 5353 ),
-                    ipPort( "203.0.113.3", 53 ), ipPort( "10.0.0.3", 5353 ) ),
+            natKey( Key::twiceNatDst, ipPort( "192.0.2.7", 53 ),
+                    ipPort( "198.51.100.7", 5353 ), ipPort( "203.0.113.3", 53 ),
+                    ipPort( "10.0.0.3", 5353 ) ),
             natData( { 10, 20 }, 17 ) );
       rule( 10,
-            natKey( 3, ipPort( "10.0.0.4", 1000 ), ipPort( "203.0.113.4", 2000 ),
-                    ipPort( "198.51.100.8", 80 ), ipPort( "192.0.2.8", 8080 ) ),
+            natKey( Key::twiceNatSrc, ipPort( "10.0.0.4", 1000 ),
+                    ipPort( "203.0.113.4", 2000 ), ipPort( "198.51.100.8", 80 ),
+                    ipPort( "192.0.2.8", 8080 ) ),
             natData( {}, 6 ) );
       // Dynamic, one address each (this mode's kind): TCP, and 17 overwritten by TCP.
-      rule( 11, natKey( 5, ipPort( "10.0.0.5" ), ipPort( "203.0.113.5" ), {}, {}, 6 ) );
-      rule( 13, natKey( 5, ipPort( "10.0.0.7" ), ipPort( "203.0.113.7" ), {}, {}, 17 ) );
-      rule( 14, natKey( 6, {}, {}, ipPort( "203.0.113.6" ), ipPort( "10.0.0.6" ) ),
+      rule( 11, natKey( Key::dynamicSrcNat, ipPort( "10.0.0.5" ), ipPort( "203.0.113.5" ),
+                        {}, {}, 6 ) );
+      rule( 13, natKey( Key::dynamicSrcNat, ipPort( "10.0.0.7" ), ipPort( "203.0.113.7" ),
+                        {}, {}, 17 ) );
+      rule( 14,
+            natKey( Key::dynamicDstNat, {}, {}, ipPort( "203.0.113.6" ),
+                    ipPort( "10.0.0.6" ) ),
             natData( { 10, 20 }, 0, 7 ) );
       // Multicast: source with the 224/4 destination, destination on ingress (L3
       // ingress, no source filter for a 239/8 group), destination not on ingress (no L3
@@ -356,23 +373,30 @@ protected:
       Oro::NatHwData mcast = natData( {}, 0, 0 );
       mcast.multicastIs( true );
       mcast.mcastGroupIdIs( 3 );
-      rule( 15, natKey( 1, ipPort( "10.1.0.1" ), ipPort( "10.2.0.1" ) ), mcast, { 1 },
-            100 );
+      rule( 15, natKey( Key::staticSrcNat, ipPort( "10.1.0.1" ), ipPort( "10.2.0.1" ) ),
+            mcast, { 1 }, 100 );
       Oro::NatHwData mcastIngress = natData( { 10 }, 0, 0 );
       mcastIngress.multicastIs( true );
       mcastIngress.ingressIs( true );
-      rule( 16, natKey( 2, {}, {}, ipPort( "239.1.1.1" ), ipPort( "239.2.2.2" ) ),
+      rule( 16,
+            natKey( Key::staticDstNat, {}, {}, ipPort( "239.1.1.1" ),
+                    ipPort( "239.2.2.2" ) ),
             mcastIngress, { 1 }, 101 );
       Oro::NatHwData mcastEgress = natData( { 20 }, 0, ~0ull );
       mcastEgress.multicastIs( true );
-      rule( 17, natKey( 2, {}, {}, ipPort( "10.9.9.9" ), ipPort( "239.3.3.3" ) ),
+      rule( 17,
+            natKey( Key::staticDstNat, {}, {}, ipPort( "10.9.9.9" ),
+                    ipPort( "239.3.3.3" ) ),
             mcastEgress, { 1 }, 102 );
       // Answered without programming: a destination key on no VLAN, and a dynamic key
       // with ports, which this mode cannot hold.
-      rule( 18, natKey( 2, {}, {}, ipPort( "203.0.113.90" ), ipPort( "10.0.0.90" ) ),
+      rule( 18,
+            natKey( Key::staticDstNat, {}, {}, ipPort( "203.0.113.90" ),
+                    ipPort( "10.0.0.90" ) ),
             natData() );
       rule( 19,
-            natKey( 6, {}, {}, ipPort( "203.0.113.9", 80 ), ipPort( "10.0.0.9", 8080 ) ),
+            natKey( Key::dynamicDstNat, {}, {}, ipPort( "203.0.113.9", 80 ),
+                    ipPort( "10.0.0.9", 8080 ) ),
             natData( { 10 } ) );
    }
 };
@@ -384,7 +408,7 @@ TEST_F( NatVerifyWorker, PassesAfterRulesOfEveryKindAndReadsBackEveryEntry ) {
       start();
       everyKind();
       for ( auto const& a : answers ) {
-         ASSERT_EQ( a.result, 1u ) << "uid " << a.uid;
+         ASSERT_EQ( a.result, Result::done ) << "uid " << a.uid;
       }
       EXPECT_EQ( table().entrys(), 16u ) << "two keys have no row";
       // Fragment entries for the keys with ports and for dynamic keys.
@@ -434,8 +458,8 @@ TEST_F( NatVerifyWorker, KeysShortOfTcamAreHeldToTheEntriesTheyHave ) {
    rule( 2, dnat, natData( { 10, 20, 30 } ) );  // room for 10 and 20 only
    rule( 3, snapt );                            // no room at all: an empty row
    ASSERT_EQ( answers.size(), 3u );
-   EXPECT_EQ( answers[1].result, 2u );
-   EXPECT_EQ( answers[2].result, 2u );
+   EXPECT_EQ( answers[1].result, Result::hwFull );
+   EXPECT_EQ( answers[2].result, Result::hwFull );
    ASSERT_TRUE( table().entryHas( snapt ) );
    EXPECT_EQ( table().entry( dnat ).defaultEntryIds().size(), 2u );
    std::size_t const from = mark();
@@ -452,12 +476,95 @@ TEST_F( NatVerifyWorker, KeysShortOfTcamAreHeldToTheEntriesTheyHave ) {
    // Committed again with room to spare, the key answers 1 and is held to everything.
    removeRule( 1, snat );
    rule( 2, dnat, natData( { 10, 20, 30 } ) );
-   EXPECT_EQ( answers.back().result, 1u );
+   EXPECT_EQ( answers.back().result, Result::done );
    EXPECT_TRUE( verify() );
    Corvane::EntryIdTableEntry row = table().entry( dnat );
    row.defaultEntryIdDel( 30 );
    table().entryIs( row );
    EXPECT_DEATH( verify(), failed( "entry.defaultEntryIds() == shadowData.vlanIds()" ) );
+}
+
+// A data change that drops a protocol, a filter, ACL sharing or multicast ingress takes
+// that qualifier off the entry (bcm_field_qualifier_delete), so that the entry matches
+// as the current data says and doVerify passes; a change that drops nothing deletes
+// nothing.
+TEST_F( NatVerifyWorker, AReprogrammedEntryHoldsExactlyWhatItsNewDataAsks ) {
+   Oro::NatHwKey const source = natKey( Key::staticSrcNat, ipPort( "10.0.0.1" ),
+                                        ipPort( "203.0.113.1" ), {}, {}, 0, 7 );
+   Oro::NatHwKey const destination = dnat;
+   auto lookup = [this]( Chip::Packet packet ) {
+      packet.myStationHit = true;
+      return platform->chip().unit( 1 )->fieldProcessor().lookup( 160, packet, 1 );
+   };
+   Chip::Packet udpOut;  // from the source key's old address, not to the filter
+   udpOut.src = ipValue( "10.0.0.1" );
+   udpOut.dst = ipValue( "8.8.8.8" );
+   udpOut.protocol = 17;
+   Chip::Packet udpIn;  // to the destination key's old address on VLAN 20
+   udpIn.src = ipValue( "192.0.2.1" );
+   udpIn.dst = ipValue( "203.0.113.80" );
+   udpIn.protocol = 17;
+   udpIn.vlan = 20;
+   struct Change {
+      char const* what;
+      Oro::NatHwKey key;
+      Oro::NatHwData data;
+      Lines deleted;    // the qualifiers taken off, in call order
+      bool udpMatches;  // whether the key's UDP packet above hits its entry
+   };
+   Change const changes[] = {
+       { "source: protocol and filter",
+         source,
+         Data().protocol( 6 ).filter( "198.51.100.0", 24 ),
+         {},
+         false },
+       { "source: neither", source, Data(), { "DstIp", "IpProtocol" }, true },
+       { "source: ACL sharing", source, Data().aclSharing(), {}, false },
+       { "source: no ACL sharing", source, Data(), { "OpaqueObject1" }, true },
+       { "source: protocol and filter again",
+         source,
+         Data().protocol( 6 ).filter( "198.51.100.0", 24 ),
+         {},
+         false },
+       { "destination: unicast on VLAN 10",
+         destination,
+         Data().vlans( { 10 } ),
+         {},
+         false },
+       { "destination: multicast, not at ingress",
+         destination,
+         Data().vlans( { 10 } ).multicast( 3 ),
+         { "L3Ingress" },
+         true },
+       { "destination: multicast at ingress",
+         destination,
+         Data().vlans( { 10 } ).multicast( 3, true ),
+         {},
+         false },
+       { "destination: unicast again", destination, Data().vlans( { 10 } ), {}, false },
+   };
+   start();
+   for ( Change const& c : changes ) {
+      SCOPED_TRACE( c.what );
+      std::size_t const from = mark();
+      rule( c.key == source ? 1 : 2, c.key, c.data, { 1 }, 9 );
+      Lines deleted;
+      for ( auto const& r : Chip::journal().recordsFrom( from ) ) {
+         if ( r.call == "bcm_field_qualifier_delete" ) {
+            ASSERT_EQ( r.rc, 0 );
+            deleted.push_back( Chip::json( r.args ) );
+         }
+      }
+      Lines expected;
+      for ( std::string const& name : c.deleted ) {
+         expected.push_back( "[\"" + name + "\"]" );
+      }
+      EXPECT_EQ( deleted, expected );
+      EXPECT_TRUE( verify() );
+      Chip::Packet const packet = c.key == source ? udpOut : udpIn;
+      EXPECT_EQ( lookup( packet ) == entryId( c.key, c.key == source ? 0 : 10 ),
+                 c.udpMatches );
+   }
 }
 
 TEST_F( NatVerifyWorker, AWorkerNotYetInitializedHasNothingToVerify ) {
@@ -479,7 +586,8 @@ TEST_F( NatVerifyStops, OnATableThatDoesNotMatchTheShadow ) {
    rule( 2, dnat, natData( { 10 } ) );
 
    // A row more than the shadow.
-   Oro::NatHwKey const stray = natKey( 1, ipPort( "10.9.9.9" ), ipPort( "203.0.113.9" ) );
+   Oro::NatHwKey const stray =
+       natKey( Key::staticSrcNat, ipPort( "10.9.9.9" ), ipPort( "203.0.113.9" ) );
    table().entryIs( Corvane::EntryIdTableEntry( stray ) );
    EXPECT_DEATH( verify(), failed( "entryIdTable()->entrys() == shadow()->entrys()" ) );
    table().entryDel( stray );
@@ -554,9 +662,10 @@ TEST_F( NatVerifyStops, OnAKeyWithPortsThatLostAFragmentEntry ) {
 
 TEST_F( NatVerifyStops, OnAKeyOfAnUnsupportedKind ) {
    start();
-   Oro::NatHwKey const odd = natKey( 7, ipPort( "10.0.0.1" ), ipPort( "203.0.113.1" ) );
+   Oro::NatHwKey const odd =
+       natKey( Key::NatKeyType( 7 ), ipPort( "10.0.0.1" ), ipPort( "203.0.113.1" ) );
    rule( 1, odd );  // nothing is programmed for it: no row, and verify passes
-   EXPECT_EQ( answers.back().result, 1u );
+   EXPECT_EQ( answers.back().result, Result::done );
    EXPECT_TRUE( verify() );
    table().entryIs( Corvane::EntryIdTableEntry( odd ) );
    EXPECT_DEATH( verify(), failed( "unsupported translation type" ) );
@@ -564,8 +673,8 @@ TEST_F( NatVerifyStops, OnAKeyOfAnUnsupportedKind ) {
 
 TEST_F( NatVerifyStops, OnADynamicEntryMatchingAnAddressItsKeyLacks ) {
    start();
-   Oro::NatHwKey const dynamic =
-       natKey( 5, ipPort( "10.0.0.5" ), ipPort( "203.0.113.5" ), {}, {}, 6 );
+   Oro::NatHwKey const dynamic = natKey( Key::dynamicSrcNat, ipPort( "10.0.0.5" ),
+                                         ipPort( "203.0.113.5" ), {}, {}, 6 );
    rule( 1, dynamic );
    EXPECT_TRUE( verify() );
    // 0.0.0.0 under a full mask is a match on that address, not "any".

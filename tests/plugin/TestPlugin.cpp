@@ -60,7 +60,7 @@ public:
    void doCommitHwConfig( CorvaneNat::Uid uid ) override {
       Oro::NatHwKey key = *uidHwKeyTable()->entry( uid );
       Oro::NatHwShadowEntry const& shadowEntry = *shadow()->entry( key );
-      U32 result = 1;
+      Xact::XactSluiceStatus::Result result = Xact::XactSluiceStatus::done;
       if ( shadowEntry.dirty() == Oro::NatHwShadowEntry::deletePending ) {
          entries_->releaseEntry( unit_, entryOfUid[uid.value()] );
          entryOfUid.erase( uid.value() );
@@ -69,7 +69,7 @@ public:
                                       CorvaneTcam::RequestKey() );
          if ( id == 0 ) {
             Fwk::logEventRaise( "TEST_PLUGIN_FULL", { key.stringValue() } );
-            result = 2;
+            result = Xact::XactSluiceStatus::hwFull;
          } else {
             Shim::sdk_->bcm_field_qualify_SrcIp(
                 unit_, id, key.srcIpAndPortOld().ip().value(), 0xffffffff );

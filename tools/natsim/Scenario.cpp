@@ -1196,6 +1196,7 @@ std::vector<char const*> const& sdkFailureCalls() {
                                                    "bcm_field_qualify_IpFrag",
                                                    "bcm_field_qualify_OpaqueObject1",
                                                    "bcm_field_qualify_ExactMatch",
+                                                   "bcm_field_qualifier_delete",
                                                    "bcm_field_qualify_SrcIp_get",
                                                    "bcm_field_qualify_DstIp_get",
                                                    "bcm_field_qualify_L4SrcPort_get",

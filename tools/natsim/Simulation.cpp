@@ -112,7 +112,7 @@ bool Simulation::start( std::string* error ) {
    upstream_ = std::make_unique<Upstream>( *platform_, [this]( Answer const& answer ) {
       if ( recording_ ) {
          records_.answers.push_back(
-             { step_, answer.module, answer.uid, answer.result, answer.field } );
+             { step_, answer.module, answer.uid, U32( answer.result ), answer.field } );
       }
    } );
 

@@ -37,7 +37,7 @@ namespace natsim {
 struct Answer {
    U16 module;
    U32 uid;
-   U32 result;
+   Xact::XactSluiceStatus::Result result;
    U32 field;
 };
 
