@@ -153,6 +153,19 @@ std::string quotedSeconds( double seconds ) {
    return nlohmann::json( seconds ).dump();
 }
 
+// Sends `line` as far as the client takes it at once and closes the connection. What
+// the client has sent is read first: closing a socket with unread input resets the
+// connection, and the client might lose the line.
+void sayAndClose( int fd, std::string const& line ) {
+   ::send( fd, line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT );
+   ::shutdown( fd, SHUT_WR );
+   char chunk[16 * 1024];
+   for ( int i = 0; i < 64 && ::recv( fd, chunk, sizeof( chunk ), MSG_DONTWAIT ) > 0;
+         ++i ) {
+   }
+   ::close( fd );
+}
+
 std::string systemError( std::string const& what ) {
    return what + ": " + std::strerror( errno );
 }
@@ -337,12 +350,26 @@ bool Server::listen( std::string* error ) {
    lastServer = this;
    signals_ = std::make_unique<StopSignals>( wake_[1] );
    // The mask makes the file 0600 as bind() creates it: a chmod() afterwards would
-   // follow a symbolic link put in its place meanwhile.
-   mode_t const mask = ::umask( 0177 );
-   int const bound = ::bind( listener_, reinterpret_cast<sockaddr const*>( &address ),
-                             sizeof( address ) );
-   ::umask( mask );
-   if ( bound != 0 && errno == EADDRINUSE ) {
+   // follow a symbolic link put in its place meanwhile. A stop signal waits until the
+   // handler knows the file.
+   int bound = 0;
+   int reason = 0;
+   {
+      SignalsBlocked const blocked;
+      mode_t const mask = ::umask( 0177 );
+      bound = ::bind( listener_, reinterpret_cast<sockaddr const*>( &address ),
+                      sizeof( address ) );
+      reason = errno;
+      ::umask( mask );
+      if ( bound == 0 ) {
+         bound_ = ::lstat( temporary.c_str(), &st ) == 0 && S_ISSOCK( st.st_mode );
+         device_ = st.st_dev;
+         inode_ = st.st_ino;
+         signalSocketFileIs( temporary, device_, inode_ );
+      }
+   }
+   errno = reason;
+   if ( bound != 0 && reason == EADDRINUSE ) {
       *error = temporary +
                ": exists (natsim makes its socket under this name before "
                "it serves; remove the file or choose another path)";
@@ -352,13 +379,6 @@ bool Server::listen( std::string* error ) {
       *error = systemError( temporary );
       return false;
    }
-   {
-      SignalsBlocked const blocked;
-      bound_ = ::lstat( temporary.c_str(), &st ) == 0 && S_ISSOCK( st.st_mode );
-      device_ = st.st_dev;
-      inode_ = st.st_ino;
-   }
-   signalSocketFileIs( temporary, device_, inode_ );
    if ( !bound_ || ::listen( listener_, 64 ) != 0 ) {
       *error = systemError( temporary );
       return false;
@@ -506,11 +526,9 @@ bool Server::refuseConnection() {
    if ( fd < 0 ) {
       return false;
    }
-   std::string const line =
-       errorLine( "too many connections (at most " + std::to_string( connectionsMax_ ) +
-                  " at once); try again later" );
-   ::send( fd, line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT );
-   ::close( fd );
+   sayAndClose( fd, errorLine( "too many connections (at most " +
+                               std::to_string( connectionsMax_ ) +
+                               " at once); try again later" ) );
    return true;
 }
 

@@ -54,7 +54,7 @@ public:
    static constexpr std::size_t spoolBytesMax = std::size_t( 64 ) << 20;
    // The longest advance a client may ask for: every timer on the way fires while the
    // other clients wait.
-   static constexpr double advanceSecondsMax = 600;
+   static constexpr double advanceSecondsMax = 60;
 
    Server( Simulation& simulation, std::string socketPath,
            double idleSeconds = idleSecondsDefault );
