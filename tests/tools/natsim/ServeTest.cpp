@@ -461,7 +461,7 @@ TEST( Serve, ReplacesAStaleSocketFileAndKeepsOffOtherFiles ) {
 TEST( Serve, HoldsAgainstHostileClients ) {
    TempDir dir;
    std::vector<std::string> options = testPlugin;
-   options.insert( options.end(), { "--idle-timeout", "0.5" } );
+   options.insert( options.end(), { "--idle-timeout", "1.5" } );
    Server server( dir, twoRules, options );
    ASSERT_TRUE( server.ready() ) << server.errors();
    std::string const path = server.socket();
@@ -475,7 +475,7 @@ TEST( Serve, HoldsAgainstHostileClients ) {
       EXPECT_EQ( errorOf( past.receiveAll() ),
                  "too many connections (at most 64 at once); try again later" );
       EXPECT_EQ( errorOf( held[0]->receiveAll() ),
-                 "no complete request within 0.5 seconds" );
+                 "no complete request within 1.5 seconds" );
    }
    struct Case {
       std::string request;
