@@ -15,6 +15,12 @@ namespace Fwk {
 [[noreturn]] void assertionFailed( char const* text, char const* file, int line,
                                    char const* function );
 
+// Called with the failure's line (without its newline) after it is printed and before
+// the process aborts, so that a host can say what stopped it and clean up; a hook may
+// end the process itself. One hook at a time; null removes it.
+typedef void ( *AssertionHook )( char const* line );
+void assertionHookIs( AssertionHook hook );
+
 // The range error of bounded values (an index or number outside its bounds).
 class RangeException : public std::range_error {
 public:

@@ -156,6 +156,11 @@ public:
       return setting_;
    }
 
+   bool hasHandle( std::string const& name ) {
+      std::lock_guard<std::mutex> lock( mutex_ );
+      return states_.count( name ) != 0;
+   }
+
    TraceSink sinkIs( TraceSink sink ) {
       std::lock_guard<std::mutex> lock( mutex_ );
       TraceSink previous = std::move( sink_ );
@@ -207,6 +212,35 @@ void traceSettingIs( std::string const& setting ) {
 
 std::string traceSetting() {
    return registry().setting();
+}
+
+std::string traceSettingFault( std::string const& setting ) {
+   bool current = false;
+   for ( std::string const& item : items( setting ) ) {
+      std::string const quoted = "\"" + item + "\"";
+      auto const slash = item.find( '/' );
+      std::string const name = trimmed( item.substr( 0, slash ) );
+      bool const levelsOnly = slash == std::string::npos && isLevelText( item );
+      if ( item.empty() || ( slash != std::string::npos && name.empty() ) ) {
+         return "an item without a handle name";
+      }
+      if ( levelsOnly && item != "*" && !current ) {
+         return quoted + ": levels before any handle";
+      }
+      std::string const levels = slash != std::string::npos
+                                     ? trimmed( item.substr( slash + 1 ) )
+                                 : levelsOnly ? item
+                                              : "*";
+      if ( levelsOf( levels ) == 0 ) {
+         return quoted + ": \"" + levels + "\" are no levels (expected 0.." +
+                std::to_string( traceLevelMax ) + ", a range a-b or *)";
+      }
+      if ( !levelsOnly && name != "*" && !registry().hasHandle( name ) ) {
+         return quoted + ": no trace handle is named \"" + name + "\"";
+      }
+      current = current || !levelsOnly || item == "*";
+   }
+   return std::string();
 }
 
 void traceEmit( TraceHandle const& handle, int level, std::string function,

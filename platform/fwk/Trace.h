@@ -77,6 +77,10 @@ TraceSink traceSinkIs( TraceSink sink );
 void traceSettingIs( std::string const& setting );
 // The current setting text, as given.
 std::string traceSetting();
+// What is wrong with `setting` for a user who wrote it: its first item that would be
+// ignored (malformed levels, levels before any handle, an empty name) or that names a
+// handle nobody has made yet; empty when every item applies.
+std::string traceSettingFault( std::string const& setting );
 
 // Sends a trace line to the sink, whether or not the level is on (FWK_TRACE checks).
 void traceEmit( TraceHandle const& handle, int level, std::string function,

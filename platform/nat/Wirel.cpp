@@ -22,7 +22,9 @@ bool IpAddr::fromString( std::string const& text, IpAddr& out ) {
          octet = octet * 10 + static_cast<U32>( text[i] - '0' );
          ++i;
       }
-      if ( i == start || octet > 255 ) {
+      // "010" is refused, as inet_pton() does: elsewhere a leading 0 means octal.
+      bool const leadingZero = i - start > 1 && text[start] == '0';
+      if ( i == start || octet > 255 || leadingZero ) {
          return false;
       }
       value = ( value << 8 ) | octet;

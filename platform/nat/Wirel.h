@@ -21,7 +21,7 @@ public:
    bool isZero() const { return value_ == 0; }
    // Dotted form, "10.0.0.1".
    std::string stringValue() const;
-   // Parses the dotted form; false when `text` is not one.
+   // Parses the dotted form; false when `text` is not one ("010.0.0.1" is not).
    static bool fromString( std::string const& text, IpAddr& out );
 
    bool operator==( IpAddr o ) const { return value_ == o.value_; }

@@ -39,6 +39,34 @@ bool serverError( std::string const& answer, std::string* message ) {
    return true;
 }
 
+// Prints a command's output with one row to a line: a newline after an opening "[" and
+// after each "}," (the text is the same JSON-like output); the output ends with a
+// newline.
+class RowPrinter {
+public:
+   void print( std::string const& piece ) {
+      std::string text;
+      for ( char c : piece ) {
+         text += c;
+         if ( ( c == '[' && !started_ ) || ( c == ',' && last_ == '}' ) ) {
+            text += '\n';
+         }
+         started_ = true;
+         last_ = c;
+      }
+      std::cout << text << std::flush;
+   }
+   void end() {
+      if ( started_ && last_ != '\n' ) {
+         std::cout << '\n' << std::flush;
+      }
+   }
+
+private:
+   bool started_ = false;
+   char last_ = '\n';
+};
+
 }  // namespace
 
 bool sendRequest( std::string const& socketPath, std::string const& request,
@@ -97,16 +125,17 @@ int showCommand( std::string const& socketPath, std::string const& command ) {
    static std::string const errorStart = "{\"error\":";
    std::string held;
    bool passing = false;
+   RowPrinter printer;
    auto onOutput = [&]( std::string const& piece ) {
       if ( passing ) {
-         std::cout << piece << std::flush;
+         printer.print( piece );
          return;
       }
       held += piece;
       std::size_t const n = std::min( held.size(), errorStart.size() );
       if ( held.compare( 0, n, errorStart, 0, n ) != 0 ) {
          passing = true;
-         std::cout << held << std::flush;
+         printer.print( held );
          held.clear();
       }
    };
@@ -117,7 +146,8 @@ int showCommand( std::string const& socketPath, std::string const& command ) {
       std::cerr << "natsim: " << message << "\n";
       return 1;
    }
-   std::cout << held << std::flush;
+   printer.print( held );
+   printer.end();
    if ( !answered ) {
       std::cerr << "natsim: " << error << "\n";
       return 1;

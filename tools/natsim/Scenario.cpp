@@ -19,6 +19,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/fwk/Assert.h"
+#include "platform/tcam/CorvaneTcamGroupManager.h"
 
 namespace natsim {
 
@@ -354,15 +355,26 @@ Oro::NatHwKey readKey( json const& v, std::string const& path ) {
                          dstOld, dstNew, reverse, proto, faId, Oro::NatAclId( aclId ) );
 }
 
-// Runs an append of the data record; its range error (a list longer than the record
-// holds) becomes a fault of the list, with the record's own message.
-template <class Append>
-void appendTo( std::string const& listPath, Append append ) {
-   try {
-      append();
-   } catch ( Fwk::RangeException const& e ) {
-      fail( listPath, e.what() );
+// A list of the data record, which holds at most `capacity` elements.
+template <class T, T ( *Read )( json const&, std::string const& )>
+std::vector<T> readBoundedList( json const& v, std::string const& path, U32 capacity,
+                                char const* what ) {
+   if ( v.is_array() && v.size() > capacity ) {
+      fail( path, std::to_string( v.size() ) + " " + what +
+                      " are too many (expected at most " + std::to_string( capacity ) +
+                      ")" );
    }
+   return readListOf<T, Read>( v, path );
+}
+
+std::vector<U16> readVlans( json const& v, std::string const& path ) {
+   return readBoundedList<U16, readUnsigned<U16>>(
+       v, path, Oro::NatHwData::vlanIdCapacity, "VLAN ids" );
+}
+
+std::vector<U64> readEgressIntfs( json const& v, std::string const& path ) {
+   return readBoundedList<U64, readUnsigned<U64>>(
+       v, path, Oro::NatHwData::egressIntfCapacity, "egress interfaces" );
 }
 
 Oro::NatHwData readData( json const& v, std::string const& path ) {
@@ -384,21 +396,20 @@ Oro::NatHwData readData( json const& v, std::string const& path ) {
    r.optional( "filterAddr", &filterAddr, readPrefix );
    r.optional( "numFilterAddrs", &numFilterAddrs, readUnsigned<U32> );
    r.optional( "nextHop", &nextHop, readNextHop );
-   r.optional( "vlans", &vlans, readListOf<U16, readUnsigned<U16>> );
+   r.optional( "vlans", &vlans, readVlans );
    r.optional( "staticAclSharing", &staticAclSharing, readBool );
    r.optional( "mcastGroupId", &mcastGroupId, readUnsigned<U32> );
    r.optional( "multicast", &multicast, readBool );
-   r.optional( "egressIntfs", &egressIntfs, readListOf<U64, readUnsigned<U64>> );
+   r.optional( "egressIntfs", &egressIntfs, readEgressIntfs );
    r.optional( "ingress", &ingress, readBool );
 
    Oro::NatHwData data( protocol, filterAddr, numFilterAddrs, nextHop, staticAclSharing,
                         mcastGroupId, multicast, ingress );
    for ( U16 vlan : vlans ) {
-      appendTo( memberPath( path, "vlans" ), [&] { data.vlanIdAppend( vlan ); } );
+      data.vlanIdAppend( vlan );
    }
    for ( U64 intf : egressIntfs ) {
-      appendTo( memberPath( path, "egressIntfs" ),
-                [&] { data.egressIntfAppend( Wirel::IntfId( intf ) ); } );
+      data.egressIntfAppend( Wirel::IntfId( intf ) );
    }
    return data;
 }
@@ -475,7 +486,7 @@ Step readMcastMode( json const& v, std::string const& path, ChipConfig const& ) 
 Step readModule( json const& v, std::string const& path, ChipConfig const& ) {
    Record const r( v, path, { "modId", "unit" } );
    ModuleStep s;
-   r.required( "modId", &s.modId, readUnsigned<U16> );
+   r.required( "modId", &s.modId, readUnsigned<U16, 1> );
    r.required( "unit", &s.unit, readUnsigned<U16> );
    return s;
 }
@@ -649,6 +660,17 @@ StepKind const stepKinds[] = {
 static_assert( std::size( stepKinds ) == std::variant_size_v<Step>,
                "one step kind for each alternative of Step" );
 
+// Some calls of the plug-in take a module id as the SDK unit, so the chip must have a
+// unit of that number; any other map stops the agent on an SDK error.
+void checkModuleUnit( U16 modId, std::set<U16> const& units, std::string const& path ) {
+   if ( !units.count( modId ) ) {
+      fail( path, "module " + std::to_string( modId ) + " has no unit " +
+                      std::to_string( modId ) +
+                      " (the plug-in also uses a module id as its SDK unit, so each "
+                      "module id must be one of the chip's units)" );
+   }
+}
+
 // An object with exactly one member: the step's name and its value.
 Step readStep( json const& v, std::string const& path, ChipConfig const& chip ) {
    if ( !v.is_object() ) {
@@ -678,13 +700,26 @@ std::map<U16, U16> readModuleMap( json const& v, std::string const& path ) {
    for ( auto const& member : v.items() ) {
       std::string const memberAt = memberPath( path, member.key() );
       std::optional<U32> const modId = decimal( member.key() );
-      if ( !modId || *modId > std::numeric_limits<U16>::max() ) {
+      if ( !modId || *modId < 1 || *modId > std::numeric_limits<U16>::max() ) {
          fail( memberAt, "module id " + quoted( member.key() ) +
-                             " is not a decimal number 0..65535" );
+                             " is not a decimal number 1..65535" );
       }
       modules[static_cast<U16>( *modId )] = readUnsigned<U16>( member.value(), memberAt );
    }
+   std::set<U16> units;
+   for ( auto const& module : modules ) {
+      units.insert( module.second );
+   }
+   for ( auto const& module : modules ) {
+      checkModuleUnit( module.first, units,
+                       memberPath( path, std::to_string( module.first ) ) );
+   }
    return modules;
+}
+
+U32 readPipes( json const& v, std::string const& path ) {
+   return static_cast<U32>(
+       readInteger( v, path, 1, Corvane::CorvaneTcamGroupManager::maxPipes ) );
 }
 
 ChipConfig readChip( json const& v, std::string const& path ) {
@@ -696,7 +731,7 @@ ChipConfig readChip( json const& v, std::string const& path ) {
    r.optional( "natSupported", &c.natSupported, readBool );
    r.optional( "modules", &c.modules, readModuleMap );
    r.optional( "tcamEntries", &c.tcamEntries, readUnsigned<U32> );
-   r.optional( "pipes", &c.pipes, readUnsigned<U32> );
+   r.optional( "pipes", &c.pipes, readPipes );
    r.optional( "trapFilters", &c.trapFilters, readBool );
    r.optional( "hitCounters", &c.hitCounters, readBool );
    r.optional( "familyTest", &c.familyTest, readBool );
@@ -734,21 +769,13 @@ public:
          waiting_.push_back( std::move( value ) );
          return;
       }
-      try {
-         steps_.push_back( readStep( value, elementPath( "steps", index ), *chip_ ) );
-      } catch ( Fault const& fault ) {
-         fault_ = fault;
-      }
+      read( value, index, *chip_ );
    }
 
    // Every step, read; throws the first faulty one's fault.
    Steps finish( ChipConfig const& chip ) {
       for ( std::size_t i = 0; i < waiting_.size() && !fault_; ++i ) {
-         try {
-            steps_.push_back( readStep( waiting_[i], elementPath( "steps", i ), chip ) );
-         } catch ( Fault const& fault ) {
-            fault_ = fault;
-         }
+         read( waiting_[i], i, chip );
       }
       if ( fault_ ) {
          throw *fault_;
@@ -757,6 +784,26 @@ public:
    }
 
 private:
+   // Reads step `index`; a module step's module must have a unit of its number among
+   // the chip's units and those the steps before added (a unit, once made, stays).
+   void read( json const& value, std::size_t index, ChipConfig const& chip ) {
+      std::string const path = elementPath( "steps", index );
+      try {
+         if ( steps_.empty() ) {
+            for ( auto const& module : chip.modules ) {
+               units_.insert( module.second );
+            }
+         }
+         steps_.push_back( readStep( value, path, chip ) );
+         if ( auto const* module = std::get_if<ModuleStep>( &steps_.back() ) ) {
+            units_.insert( module->unit );
+            checkModuleUnit( module->modId, units_, memberPath( path, "module.modId" ) );
+         }
+      } catch ( Fault const& fault ) {
+         fault_ = fault;
+      }
+   }
+
    // The chip of the document, when its member came before the steps and is valid.
    std::optional<ChipConfig> chipBefore() const {
       if ( !document_.is_object() ) {
@@ -778,6 +825,7 @@ private:
    std::optional<ChipConfig> chip_;
    Steps steps_;
    std::vector<json> waiting_;
+   std::set<U16> units_;
    std::optional<Fault> fault_;
 };
 
@@ -1136,6 +1184,92 @@ ScenarioError parseFault( std::string const& text, json::exception const& e ) {
    return fault;
 }
 
+// The offset just past the JSON value at `at` in valid JSON text; strings are skipped
+// whole, nesting is counted, not recursed into.
+std::size_t skipValue( std::string const& text, std::size_t at ) {
+   std::size_t depth = 0;
+   std::size_t i = at;
+   while ( i < text.size() ) {
+      char const c = text[i];
+      if ( c == '"' ) {
+         for ( ++i; i < text.size() && text[i] != '"'; ++i ) {
+            i += text[i] == '\\' ? 1 : 0;
+         }
+         ++i;
+      } else if ( c == '{' || c == '[' ) {
+         ++depth;
+         ++i;
+      } else if ( c == '}' || c == ']' ) {
+         if ( depth == 0 ) {
+            return i;  // the end of a scalar before the container's end
+         }
+         --depth;
+         ++i;
+      } else if ( depth == 0 &&
+                  ( c == ',' || c == ' ' || c == '\t' || c == '\n' || c == '\r' ) ) {
+         return i;
+      } else {
+         ++i;
+      }
+      if ( depth == 0 && ( c == '"' || c == '}' || c == ']' ) ) {
+         return i;
+      }
+   }
+   return i;
+}
+
+std::size_t skipBlanks( std::string const& text, std::size_t i ) {
+   while ( i < text.size() && std::strchr( " \t\r\n", text[i] ) && text[i] != '\0' ) {
+      ++i;
+   }
+   return i;
+}
+
+// Where the value at `path` ("steps[3].natRule.key") starts in the valid JSON `text`,
+// as "line L, column C"; empty when it cannot be found.
+std::string locate( std::string const& text, std::string const& path ) {
+   std::size_t at = skipBlanks( text, 0 );
+   std::size_t p = 0;
+   while ( p < path.size() ) {
+      if ( path[p] == '.' ) {
+         ++p;
+      }
+      if ( path[p] == '[' ) {  // an element
+         std::size_t const close = path.find( ']', p );
+         std::size_t index = std::stoul( path.substr( p + 1, close - p - 1 ) );
+         p = close + 1;
+         if ( at >= text.size() || text[at] != '[' ) {
+            return std::string();
+         }
+         at = skipBlanks( text, at + 1 );
+         for ( ; index > 0; --index ) {
+            at = skipBlanks( text, skipBlanks( text, skipValue( text, at ) ) + 1 );
+         }
+         continue;
+      }
+      std::size_t const end = path.find_first_of( ".[", p );
+      std::string const name = path.substr( p, end == std::string::npos ? end : end - p );
+      p = end == std::string::npos ? path.size() : end;
+      if ( at >= text.size() || text[at] != '{' ) {
+         return std::string();
+      }
+      at = skipBlanks( text, at + 1 );
+      for ( ;; ) {  // each member: key, colon, value
+         if ( at >= text.size() || text[at] != '"' ) {
+            return std::string();
+         }
+         std::size_t const keyEnd = skipValue( text, at );
+         json const key = json::parse( text.substr( at, keyEnd - at ), nullptr, false );
+         at = skipBlanks( text, skipBlanks( text, keyEnd ) + 1 );
+         if ( key.is_string() && key.get<std::string>() == name ) {
+            break;
+         }
+         at = skipBlanks( text, skipBlanks( text, skipValue( text, at ) ) + 1 );
+      }
+   }
+   return location( text, at );
+}
+
 }  // namespace
 
 bool readScenarioFile( std::string const& file, std::string* text,
@@ -1229,17 +1363,18 @@ char const* stepKindName( Step const& step ) {
 }
 
 std::string ScenarioError::what() const {
-   return path.empty() ? message : path + ": " + message;
+   std::string const place = at.empty() ? path : path + " (" + at + ")";
+   return place.empty() ? message : place + ": " + message;
 }
 
 namespace {
 
 // Parses `text` as JSON and reads the document with `read`, turning the first fault
-// into `*error`. `read` gets the document and, when `streamSteps`, the stream its steps
-// list went to.
+// into `*error`; with `locateFaults`, a fault found after parsing gets its line. `read`
+// gets the document and, when `streamSteps`, the stream its steps list went to.
 template <class Read>
-bool parseWith( std::string const& text, ScenarioError* error, Read read,
-                bool streamSteps = false ) {
+bool parseWith( std::string const& text, ScenarioError* error, bool locateFaults,
+                Read read, bool streamSteps = false ) {
    if ( auto const fault = textFault( text ) ) {
       *error = *fault;
       return false;
@@ -1262,7 +1397,9 @@ bool parseWith( std::string const& text, ScenarioError* error, Read read,
    try {
       read( document, steps );
    } catch ( Fault const& fault ) {
-      *error = ScenarioError{ fault.path, fault.message };
+      *error = ScenarioError{
+          fault.path, fault.message,
+          locateFaults && !fault.path.empty() ? locate( text, fault.path ) : "" };
       return false;
    }
    return true;
@@ -1272,7 +1409,7 @@ bool parseWith( std::string const& text, ScenarioError* error, Read read,
 
 bool parseScenario( std::string const& text, Scenario* out, ScenarioError* error ) {
    return parseWith(
-       text, error,
+       text, error, true,
        [out]( json const& document, StepStream& steps ) {
           *out = readScenario( document, steps );
        },
@@ -1281,9 +1418,10 @@ bool parseScenario( std::string const& text, Scenario* out, ScenarioError* error
 
 bool parseStep( std::string const& text, ChipConfig const& chip, Step* out,
                 ScenarioError* error ) {
-   return parseWith( text, error, [out, &chip]( json const& document, StepStream& ) {
-      *out = readStep( document, "", chip );
-   } );
+   return parseWith( text, error, false,
+                     [out, &chip]( json const& document, StepStream& ) {
+                        *out = readStep( document, "", chip );
+                     } );
 }
 
 }  // namespace natsim

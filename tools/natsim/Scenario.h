@@ -220,7 +220,11 @@ struct Scenario {
 struct ScenarioError {
    std::string path;
    std::string message;
-   // "<path>: <message>", or the message alone when the path is empty.
+   // For a fault found after the text was parsed, where the value at `path` starts:
+   // "line 4, column 7"; else empty.
+   std::string at = {};
+   // "<path> (<at>): <message>", "<path>: <message>", or the message alone when the
+   // path is empty.
    std::string what() const;
 };
 
@@ -241,7 +245,8 @@ bool parseScenario( std::string const& text, Scenario* out, ScenarioError* error
 // Reads one step in `text`, written as an element of a scenario's "steps"
 // ({"natRule": {...}}), with the defaults it would get in a scenario on `chip`. Faults
 // are found as by parseScenario(); their paths start at the step's name
-// ("natRule.key.srcOld"), and a fault of the step as a whole has an empty path.
+// ("natRule.key.srcOld"), and a fault of the step as a whole has an empty path. A step is
+// one line: faults found after parsing carry no line.
 bool parseStep( std::string const& text, ChipConfig const& chip, Step* out,
                 ScenarioError* error );
 

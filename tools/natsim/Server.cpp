@@ -2,19 +2,27 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cmath>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <exception>
+
+#include <chrono>
+#include <iostream>
 
 #include <nlohmann/json.hpp>
 
+#include "platform/fwk/Assert.h"
 #include "tools/natsim/Scenario.h"
 
 namespace natsim {
@@ -25,17 +33,72 @@ namespace {
 // connection holds less than this; the rest waits in the spool for a slow client.
 constexpr std::size_t forwardLimit = 256 * 1024;
 
-// The write end of the running server's wake pipe, for the signal handler.
+// What the signal handler knows of the server: the write end of its wake pipe, whether
+// it serves, and its socket file with the file's identity (so that only our own file is
+// removed). Set with the signals blocked.
 volatile std::sig_atomic_t signalWakeFd = -1;
+volatile std::sig_atomic_t signalServing = 0;
+char signalSocketFile[sizeof( sockaddr_un::sun_path )] = "";
+dev_t signalDevice = 0;
+ino_t signalInode = 0;
+
+// Removes `file` if it is still the socket we made; async-signal-safe.
+void removeOwnFile( char const* file, dev_t device, ino_t inode ) {
+   struct stat st;
+   if ( file[0] != '\0' && ::lstat( file, &st ) == 0 && st.st_dev == device &&
+        st.st_ino == inode ) {
+      ::unlink( file );
+   }
+}
 
 void onStopSignal( int ) {
    int const saved = errno;
-   if ( signalWakeFd >= 0 ) {
+   if ( signalServing && signalWakeFd >= 0 ) {
       char const byte = 's';
       [[maybe_unused]] ssize_t n = ::write( signalWakeFd, &byte, 1 );
+      errno = saved;
+      return;
    }
-   errno = saved;
+   // The scenario is still playing: nothing is served yet, natsim ends at once.
+   removeOwnFile( signalSocketFile, signalDevice, signalInode );
+   static char const message[] = "natsim: stopped by a signal before serving\n";
+   [[maybe_unused]] ssize_t n = ::write( STDERR_FILENO, message, sizeof( message ) - 1 );
+   ::_exit( 1 );
 }
+
+int const stopSignals[] = { SIGINT, SIGTERM, SIGHUP };
+
+// Blocks the stop signals for the life of the object, so that the handler's view of
+// the socket file changes as one.
+class SignalsBlocked {
+public:
+   SignalsBlocked() {
+      sigset_t set;
+      sigemptyset( &set );
+      for ( int signal : stopSignals ) {
+         sigaddset( &set, signal );
+      }
+      ::sigprocmask( SIG_BLOCK, &set, &previous_ );
+   }
+   ~SignalsBlocked() { ::sigprocmask( SIG_SETMASK, &previous_, nullptr ); }
+   SignalsBlocked( SignalsBlocked const& ) = delete;
+   SignalsBlocked& operator=( SignalsBlocked const& ) = delete;
+
+private:
+   sigset_t previous_;
+};
+
+void signalSocketFileIs( std::string const& file, dev_t device, ino_t inode ) {
+   SignalsBlocked const blocked;
+   std::snprintf( signalSocketFile, sizeof( signalSocketFile ), "%s", file.c_str() );
+   signalDevice = device;
+   signalInode = inode;
+}
+
+// The server abandon() speaks for.
+Server* lastServer = nullptr;
+
+using Clock = std::chrono::steady_clock;
 
 bool fillAddress( std::string const& path, sockaddr_un* address ) {
    std::memset( address, 0, sizeof( *address ) );
@@ -84,13 +147,34 @@ std::string quotedRequest( std::string const& text ) {
    return quoted;
 }
 
+// Seconds as a user writes them: 600, 0.25.
+std::string quotedSeconds( double seconds ) {
+   if ( seconds == std::trunc( seconds ) && std::fabs( seconds ) < 1e15 ) {
+      return std::to_string( static_cast<long long>( seconds ) );
+   }
+   return nlohmann::json( seconds ).dump();
+}
+
+// Sends `line` as far as the client takes it at once and closes the connection. What
+// the client has sent is read first: closing a socket with unread input resets the
+// connection, and the client might lose the line.
+void sayAndClose( int fd, std::string const& line ) {
+   ::send( fd, line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT );
+   ::shutdown( fd, SHUT_WR );
+   char chunk[16 * 1024];
+   for ( int i = 0; i < 64 && ::recv( fd, chunk, sizeof( chunk ), MSG_DONTWAIT ) > 0;
+         ++i ) {
+   }
+   ::close( fd );
+}
+
 std::string systemError( std::string const& what ) {
    return what + ": " + std::strerror( errno );
 }
 
 }  // namespace
 
-// Sets SIGINT and SIGTERM to stop the server for the life of the object.
+// Sets the stop signals to the handler for the life of the object.
 class Server::StopSignals {
 public:
    explicit StopSignals( int wakeFd ) {
@@ -99,20 +183,23 @@ public:
       std::memset( &action, 0, sizeof( action ) );
       action.sa_handler = onStopSignal;
       sigemptyset( &action.sa_mask );
-      ::sigaction( SIGINT, &action, &previousInt_ );
-      ::sigaction( SIGTERM, &action, &previousTerm_ );
+      for ( std::size_t i = 0; i < std::size( stopSignals ); ++i ) {
+         ::sigaction( stopSignals[i], &action, &previous_[i] );
+      }
    }
    ~StopSignals() {
-      ::sigaction( SIGINT, &previousInt_, nullptr );
-      ::sigaction( SIGTERM, &previousTerm_, nullptr );
+      for ( std::size_t i = 0; i < std::size( stopSignals ); ++i ) {
+         ::sigaction( stopSignals[i], &previous_[i], nullptr );
+      }
+      signalServing = 0;
       signalWakeFd = -1;
+      signalSocketFileIs( "", 0, 0 );
    }
    StopSignals( StopSignals const& ) = delete;
    StopSignals& operator=( StopSignals const& ) = delete;
 
 private:
-   struct sigaction previousInt_;
-   struct sigaction previousTerm_;
+   struct sigaction previous_[std::size( stopSignals )];
 };
 
 struct Server::Connection {
@@ -130,13 +217,19 @@ struct Server::Connection {
    std::FILE* spool = nullptr;
    // How much of the spool is forwarded.
    off_t spoolRead = 0;
+   // When a byte last moved, or the server last stopped waiting on the client.
+   Clock::time_point active = Clock::now();
 };
 
-Server::Server( Simulation& simulation, std::string socketPath )
-    : simulation_( simulation ), path_( std::move( socketPath ) ) {}
+Server::Server( Simulation& simulation, std::string socketPath, double idleSeconds )
+    : simulation_( simulation ),
+      path_( std::move( socketPath ) ),
+      idleSeconds_( idleSeconds ) {}
 
 Server::~Server() {
-   signals_.reset();  // before the wake pipe closes
+   if ( lastServer == this ) {
+      lastServer = nullptr;
+   }
    for ( auto& c : connections_ ) {
       drop( *c );
    }
@@ -144,17 +237,65 @@ Server::~Server() {
    if ( listener_ >= 0 ) {
       ::close( listener_ );
    }
-   std::string const& file = published_ ? path_ : temporary_;
-   struct stat st;
-   if ( bound_ && ::lstat( file.c_str(), &st ) == 0 && st.st_dev == device_ &&
-        st.st_ino == inode_ ) {
-      ::unlink( file.c_str() );
-   }
-   for ( int fd : wake_ ) {
+   // A stop signal that comes now only wakes the loop, which no longer runs.
+   removeSocketFile();
+   signals_.reset();  // before the wake pipe closes
+   for ( int fd : { wake_[0], wake_[1], reserveFd_ } ) {
       if ( fd >= 0 ) {
          ::close( fd );
       }
    }
+}
+
+namespace {
+
+[[noreturn]] void agentStopped( char const* reason ) {
+   Server::abandon( reason );
+   std::_Exit( agentStoppedStatus );
+}
+
+}  // namespace
+
+void endOnAgentStop() {
+   Fwk::assertionHookIs( agentStopped );
+   std::set_terminate( [] {
+      std::string reason = "an error nothing caught";
+      try {
+         if ( std::exception_ptr const e = std::current_exception() ) {
+            std::rethrow_exception( e );
+         }
+      } catch ( std::exception const& e ) {
+         reason = std::string( "an error nothing caught: " ) + e.what();
+      } catch ( ... ) {
+      }
+      std::cerr << "natsim: " << reason << std::endl;
+      agentStopped( reason.c_str() );
+   } );
+}
+
+void Server::removeSocketFile() {
+   if ( bound_ ) {
+      removeOwnFile( ( published_ ? path_ : temporary_ ).c_str(), device_, inode_ );
+   }
+}
+
+void Server::abandon( std::string const& reason ) {
+   Server* const server = lastServer;
+   if ( !server ) {
+      return;
+   }
+   std::string const line = errorLine( "the agent stopped: " + reason );
+   for ( auto& c : server->connections_ ) {
+      if ( c->closed ) {
+         continue;
+      }
+      // What was waiting, then the reason, as much as the client takes at once.
+      c->out += line;
+      ::send( c->fd, c->out.data(), c->out.size(), MSG_NOSIGNAL | MSG_DONTWAIT );
+      ::close( c->fd );
+      c->closed = true;
+   }
+   server->removeSocketFile();
 }
 
 bool Server::listen( std::string* error ) {
@@ -179,29 +320,68 @@ bool Server::listen( std::string* error ) {
       }
       ::unlink( path_.c_str() );  // stale: its server is gone
    }
+   // Others who may write the directory may put their own file in the socket's place.
+   std::size_t const slash = path_.rfind( '/' );
+   std::string const directory = slash == std::string::npos ? "."
+                                 : slash == 0               ? "/"
+                                                            : path_.substr( 0, slash );
+   if ( ::stat( directory.c_str(), &st ) == 0 && ( st.st_mode & ( S_IWGRP | S_IWOTH ) ) &&
+        !( st.st_mode & S_ISVTX ) ) {
+      std::cerr << "natsim: warning: " << directory
+                << " may be written by others, who could replace the socket; prefer a "
+                   "private directory\n";
+   }
    if ( ::pipe2( wake_, O_CLOEXEC | O_NONBLOCK ) != 0 ) {
       *error = systemError( "pipe" );
       return false;
+   }
+   reserveFd_ = ::open( "/dev/null", O_RDONLY | O_CLOEXEC );
+   // Each connection may hold two descriptors (its socket and a command's spool).
+   rlimit files;
+   if ( ::getrlimit( RLIMIT_NOFILE, &files ) == 0 && files.rlim_cur != RLIM_INFINITY ) {
+      rlim_t const spare = files.rlim_cur > 32 ? ( files.rlim_cur - 32 ) / 2 : 1;
+      connectionsMax_ =
+          std::max<std::size_t>( 1, std::min<rlim_t>( connectionsMax, spare ) );
    }
    listener_ = ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 );
    if ( listener_ < 0 ) {
       *error = systemError( "socket" );
       return false;
    }
-   ::unlink( temporary.c_str() );
-   mode_t const mask = ::umask( 0177 );
-   int const bound = ::bind( listener_, reinterpret_cast<sockaddr const*>( &address ),
-                             sizeof( address ) );
-   ::umask( mask );
+   // From here on a stop signal removes what is made.
+   lastServer = this;
+   signals_ = std::make_unique<StopSignals>( wake_[1] );
+   // The mask makes the file 0600 as bind() creates it: a chmod() afterwards would
+   // follow a symbolic link put in its place meanwhile. A stop signal waits until the
+   // handler knows the file.
+   int bound = 0;
+   int reason = 0;
+   {
+      SignalsBlocked const blocked;
+      mode_t const mask = ::umask( 0177 );
+      bound = ::bind( listener_, reinterpret_cast<sockaddr const*>( &address ),
+                      sizeof( address ) );
+      reason = errno;
+      ::umask( mask );
+      if ( bound == 0 ) {
+         bound_ = ::lstat( temporary.c_str(), &st ) == 0 && S_ISSOCK( st.st_mode );
+         device_ = st.st_dev;
+         inode_ = st.st_ino;
+         signalSocketFileIs( temporary, device_, inode_ );
+      }
+   }
+   errno = reason;
+   if ( bound != 0 && reason == EADDRINUSE ) {
+      *error = temporary +
+               ": exists (natsim makes its socket under this name before "
+               "it serves; remove the file or choose another path)";
+      return false;
+   }
    if ( bound != 0 ) {
       *error = systemError( temporary );
       return false;
    }
-   bound_ = ::lstat( temporary.c_str(), &st ) == 0;
-   device_ = st.st_dev;
-   inode_ = st.st_ino;
-   if ( !bound_ || ::chmod( temporary.c_str(), 0600 ) != 0 ||
-        ::listen( listener_, 64 ) != 0 ) {
+   if ( !bound_ || ::listen( listener_, 64 ) != 0 ) {
       *error = systemError( temporary );
       return false;
    }
@@ -209,17 +389,19 @@ bool Server::listen( std::string* error ) {
 }
 
 bool Server::publish( std::string* error ) {
-   signals_ = std::make_unique<StopSignals>( wake_[1] );
    // The path was free when listen() looked; a server may have come since.
    if ( somethingListens( path_ ) ) {
       *error = path_ + ": another server listens there";
       return false;
    }
+   SignalsBlocked const blocked;
    if ( ::rename( temporary_.c_str(), path_.c_str() ) != 0 ) {
       *error = systemError( path_ );
       return false;
    }
    published_ = true;
+   signalSocketFileIs( path_, device_, inode_ );
+   signalServing = 1;
    return true;
 }
 
@@ -239,7 +421,12 @@ bool Server::serve( std::string* error ) {
          }
          fds.push_back( { c->fd, events, 0 } );
       }
-      int const ready = ::poll( fds.data(), fds.size(), pollTimeout() );
+      int timeout = pollTimeout();
+      int const idle = dropIdle();
+      if ( idle >= 0 && ( timeout < 0 || idle < timeout ) ) {
+         timeout = idle;
+      }
+      int const ready = ::poll( fds.data(), fds.size(), timeout );
       if ( ready < 0 && errno != EINTR ) {
          *error = systemError( "poll" );
          return false;
@@ -273,6 +460,7 @@ bool Server::serve( std::string* error ) {
       for ( auto& c : connections_ ) {
          pump( *c );
       }
+      limitSpools();
       for ( std::size_t i = 0; i < connections_.size(); ) {
          if ( connections_[i]->closed ) {
             connections_.erase( connections_.begin() + static_cast<std::ptrdiff_t>( i ) );
@@ -303,13 +491,106 @@ int Server::pollTimeout() {
 
 void Server::acceptAll() {
    for ( ;; ) {
+      std::size_t open = 0;
+      for ( auto const& c : connections_ ) {
+         open += c->closed ? 0 : 1;
+      }
+      if ( open >= connectionsMax_ ) {
+         if ( !refuseConnection() ) {
+            return;
+         }
+         continue;
+      }
       int fd = ::accept4( listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK );
+      if ( fd < 0 && ( errno == EMFILE || errno == ENFILE ) ) {
+         if ( !refuseConnection() ) {
+            return;
+         }
+         continue;
+      }
       if ( fd < 0 ) {
          return;  // none left (or a client gave up before it was accepted)
       }
       auto c = std::make_unique<Connection>();
       c->fd = fd;
       connections_.push_back( std::move( c ) );
+   }
+}
+
+bool Server::refuseConnection() {
+   int fd = ::accept4( listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK );
+   if ( fd < 0 && ( errno == EMFILE || errno == ENFILE ) && reserveFd_ >= 0 ) {
+      // Out of descriptors: the reserved one makes room for this client's refusal.
+      ::close( reserveFd_ );
+      fd = ::accept4( listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK );
+      reserveFd_ = ::open( "/dev/null", O_RDONLY | O_CLOEXEC );
+   }
+   if ( fd < 0 ) {
+      return false;
+   }
+   sayAndClose( fd, errorLine( "too many connections (at most " +
+                               std::to_string( connectionsMax_ ) +
+                               " at once); try again later" ) );
+   return true;
+}
+
+int Server::dropIdle() {
+   Clock::time_point const now = Clock::now();
+   auto const limit = std::chrono::duration_cast<Clock::duration>(
+       std::chrono::duration<double>( idleSeconds_ ) );
+   Clock::duration next = Clock::duration::max();
+   for ( auto& c : connections_ ) {
+      // The server waits on the client while its request is incomplete or its output
+      // is not taken.
+      if ( c->closed || ( c->requestRead && c->out.empty() ) ) {
+         c->active = now;
+         continue;
+      }
+      if ( now - c->active < limit ) {
+         next = std::min( next, c->active + limit - now );
+         continue;
+      }
+      if ( !c->requestRead ) {
+         std::string const line = errorLine( "no complete request within " +
+                                             quotedSeconds( idleSeconds_ ) + " seconds" );
+         ::send( c->fd, line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT );
+      }
+      drop( *c );
+   }
+   if ( next == Clock::duration::max() ) {
+      return -1;
+   }
+   auto const ms = std::chrono::ceil<std::chrono::milliseconds>( next ).count();
+   return static_cast<int>( std::min<decltype( ms )>( ms, 3600 * 1000 ) );
+}
+
+void Server::limitSpools() {
+   for ( ;; ) {
+      std::size_t total = 0;
+      Connection* largest = nullptr;
+      std::size_t largestWaiting = 0;
+      for ( auto& c : connections_ ) {
+         if ( !c->spool || c->closed ) {
+            continue;
+         }
+         off_t const written = ::lseek( fileno( c->spool ), 0, SEEK_CUR );
+         std::size_t const waiting =
+             written > c->spoolRead ? std::size_t( written - c->spoolRead ) : 0;
+         total += waiting;
+         if ( waiting > largestWaiting ) {
+            largest = c.get();
+            largestWaiting = waiting;
+         }
+      }
+      if ( total <= spoolBytesMax || !largest ) {
+         return;
+      }
+      // The output this client has not taken is dropped with its command.
+      finishCommand( *largest );
+      largest->out +=
+          "\n" +
+          errorLine( "output dropped: the client took it too slowly (more than " +
+                     std::to_string( spoolBytesMax ) + " bytes waited for the clients)" );
    }
 }
 
@@ -371,6 +652,13 @@ void Server::playStep( Connection& c, std::string const& line ) {
    ScenarioError error;
    if ( !parseStep( line, simulation_.chip(), &step, &error ) ) {
       refuse( c, error.what() );
+      return;
+   }
+   if ( auto const* advance = std::get_if<AdvanceStep>( &step );
+        advance && advance->seconds > advanceSecondsMax ) {
+      refuse( c, "advance: " + quotedSeconds( advance->seconds ) +
+                     " is out of range (a served advance is at most " +
+                     quotedSeconds( advanceSecondsMax ) + " seconds; send several)" );
       return;
    }
    c.out += simulation_.playOne( step ) + "\n";

@@ -17,6 +17,18 @@
 // is ready, then takes one turn of the event loop (Fwk::ActivityManager::runTurn()),
 // so that a long command's slices alternate with other requests. No client is ever
 // waited for: sockets are non-blocking and output waits in the connection's buffer.
+//
+// Limits keep a hostile or careless client from taking the server over: at most
+// connectionsMax connections (more are refused with an error line), a connection that
+// moves no byte for the idle time while the server waits on it is dropped, the output
+// waiting in spools is at most spoolBytesMax in all (beyond it the command of the
+// client with the most waiting is stopped), and a served advance is at most
+// advanceSecondsMax seconds.
+//
+// From listen() on, SIGINT, SIGTERM and SIGHUP never leave the socket file behind:
+// while the scenario plays they remove it and end natsim (status 1); while serving they
+// stop the server, which removes it. abandon() tells the clients why the agent stopped
+// and removes the file, for an assertion that stops the process.
 
 #include <sys/types.h>
 
@@ -34,8 +46,18 @@ class Server {
 public:
    // The longest request line, newline excluded.
    static constexpr std::size_t maxRequest = 1024 * 1024;
+   // Connections open at once (fewer when the descriptor limit is low).
+   static constexpr std::size_t connectionsMax = 64;
+   // Seconds a connection may keep the server waiting on it without moving a byte.
+   static constexpr double idleSecondsDefault = 30;
+   // Bytes of command output that may wait in the spools of all connections.
+   static constexpr std::size_t spoolBytesMax = std::size_t( 64 ) << 20;
+   // The longest advance a client may ask for: every timer on the way fires while the
+   // other clients wait.
+   static constexpr double advanceSecondsMax = 60;
 
-   Server( Simulation& simulation, std::string socketPath );
+   Server( Simulation& simulation, std::string socketPath,
+           double idleSeconds = idleSecondsDefault );
    // Drops every connection (stopping their commands) and removes the socket file.
    ~Server();
    Server( Server const& ) = delete;
@@ -49,14 +71,28 @@ public:
    // Renames the socket to its path, where clients find it, and handles SIGINT and
    // SIGTERM from then on. False, with the reason, when the path was taken meanwhile.
    bool publish( std::string* error );
-   // Serves until SIGINT or SIGTERM. False, with the reason, when poll() fails.
+   // Serves until SIGINT, SIGTERM or SIGHUP. False, with the reason, when poll() fails.
    bool serve( std::string* error );
+
+   // The process is about to end on `reason` (an assertion): every client gets it as an
+   // error line, as far as it takes it at once, and the socket file goes. For the
+   // server that has listened last; nothing when there is none.
+   static void abandon( std::string const& reason );
 
 private:
    struct Connection;
    class StopSignals;
 
    void acceptAll();
+   // Accepts one connection past the limit and refuses it; false when none waits.
+   bool refuseConnection();
+   // Drops connections that kept the server waiting for too long; returns the
+   // milliseconds until the next one would be dropped, or -1.
+   int dropIdle();
+   // Stops the commands of the clients with most output waiting until the spools hold
+   // at most spoolBytesMax.
+   void limitSpools();
+   void removeSocketFile();
    void receive( Connection& c );
    void handle( Connection& c, std::string line );
    void playStep( Connection& c, std::string const& line );
@@ -80,6 +116,11 @@ private:
 
    Simulation& simulation_;
    std::string path_;
+   double idleSeconds_;
+   std::size_t connectionsMax_ = connectionsMax;
+   // Kept open to be closed when descriptors run out, so that a connection past the
+   // limit can still be accepted and refused.
+   int reserveFd_ = -1;
    int listener_ = -1;
    int wake_[2] = { -1, -1 };
    std::string temporary_;
@@ -93,5 +134,13 @@ private:
    bool stopping_ = false;
    std::vector<std::unique_ptr<Connection>> connections_;
 };
+
+// The exit status of natsim when an assertion of the plug-in (or an error nothing
+// catches) stops the agent.
+constexpr int agentStoppedStatus = 3;
+
+// From now on an assertion or an uncaught exception ends natsim with
+// agentStoppedStatus after Server::abandon(); the assertion's text is on standard error.
+void endOnAgentStop();
 
 }  // namespace natsim

@@ -58,7 +58,12 @@ struct Simulation::StepPlayer {
       }
    }
    void operator()( TrapAclStep const& s ) { sim.upstream_->trapAcl( s ); }
-   void operator()( TrapAclRemoveStep const& s ) { sim.upstream_->trapAclRemove( s ); }
+   void operator()( TrapAclRemoveStep const& s ) {
+      std::string problem;
+      if ( !sim.upstream_->trapAclRemove( s, &problem ) ) {
+         sim.problem( "trapAclRemove: " + problem );
+      }
+   }
    void operator()( McastModeStep const& s ) { sim.upstream_->mcastMode( s ); }
    void operator()( ModuleStep const& s ) {
       sim.platform_->moduleIs( s.modId, s.unit );

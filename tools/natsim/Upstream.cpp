@@ -206,8 +206,13 @@ void Upstream::trapAcl( TrapAclStep const& step ) {
    platform_.trapConfig().trapAclIs( acl );
 }
 
-void Upstream::trapAclRemove( TrapAclRemoveStep const& step ) {
-   platform_.trapConfig().trapAclDel( Oro::NatTrapKey( step.name, step.vlan ) );
+bool Upstream::trapAclRemove( TrapAclRemoveStep const& step, std::string* problem ) {
+   if ( !platform_.trapConfig().trapAclDel( Oro::NatTrapKey( step.name, step.vlan ) ) ) {
+      *problem = "the trap config holds no ACL \"" + step.name + "\" on VLAN " +
+                 std::to_string( step.vlan );
+      return false;
+   }
+   return true;
 }
 
 void Upstream::mcastMode( McastModeStep const& step ) {

@@ -55,7 +55,8 @@ public:
    // False, with a reason, when the key is not in the shadow.
    bool natRuleRemove( NatRuleRemoveStep const& step, std::string* problem );
    void trapAcl( TrapAclStep const& step );
-   void trapAclRemove( TrapAclRemoveStep const& step );
+   // False, with the reason, when the trap config holds no ACL of that key.
+   bool trapAclRemove( TrapAclRemoveStep const& step, std::string* problem );
    void mcastMode( McastModeStep const& step );
 
    // Publishes the transaction of every shadow entry again, in ascending uid order.

@@ -82,6 +82,13 @@ int main( int argc, char** argv ) {
    serve->add_option( "FILE", file, "the scenario (JSON)" )->required();
    serve->add_option( "--socket", socket, "the socket file to create (mode 0600)" )
        ->required();
+   double idleSeconds = natsim::Server::idleSecondsDefault;
+   serve
+       ->add_option(
+           "--idle-timeout", idleSeconds,
+           "seconds a client may keep the server waiting without moving a byte" )
+       ->capture_default_str()
+       ->check( CLI::Range( 0.001, 86400.0 ) );
    serve->fallthrough();
    std::string command = "ShowCorvaneNatSlice";
    CLI::App* show = app.add_subcommand(
@@ -91,7 +98,12 @@ int main( int argc, char** argv ) {
        "or the server refuses the command" );
    show->add_option( "--socket", socket, "the server's socket file" )->required();
    show->add_option( "--command", command, "the command to run" )->capture_default_str();
-   CLI11_PARSE( app, argc, argv );
+   try {
+      app.parse( argc, argv );
+   } catch ( CLI::ParseError const& e ) {
+      // --help is not an error; a usage error is a refused input, as a bad scenario.
+      return app.exit( e ) == 0 ? 0 : 2;
+   }
 
    if ( show->parsed() ) {
       return natsim::showCommand( socket, command );
@@ -139,16 +151,23 @@ int main( int argc, char** argv ) {
    }
    std::size_t const stepCount = scenario.steps.size();
 
+   natsim::endOnAgentStop();
    natsim::Simulation simulation( std::move( scenario ), options );
    if ( !simulation.start( &problem ) ) {
       std::cerr << "natsim: " << problem << "\n";
       return 1;
    }
+   // The plug-in's trace handles exist once it is loaded.
+   if ( std::string const fault = Fwk::traceSettingFault( trace );
+        !trace.empty() && !fault.empty() ) {
+      std::cerr << "natsim: --trace: " << fault << "\n";
+      return 2;
+   }
    // The socket is made before the scenario plays, so that a path that cannot serve
    // is reported at once; it takes its path when serving starts.
    std::unique_ptr<natsim::Server> server;
    if ( serve->parsed() ) {
-      server = std::make_unique<natsim::Server>( simulation, socket );
+      server = std::make_unique<natsim::Server>( simulation, socket, idleSeconds );
       if ( !server->listen( &problem ) ) {
          std::cerr << "natsim: " << problem << "\n";
          return 1;

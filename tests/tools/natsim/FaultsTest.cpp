@@ -71,7 +71,8 @@ TEST( NatsimFaults, TheSdkFailureStepIsReadLikeEveryStep ) {
    for ( Case const& c : cases ) {
       std::string const text = R"({"steps": [{"sdkFailure": )" + c.step + "}]}";
       EXPECT_FALSE( natsim::parseScenario( text, &scenario, &error ) ) << c.step;
-      EXPECT_THAT( error.what(), testing::StartsWith( c.error ) ) << c.step;
+      EXPECT_THAT( error.path + ": " + error.message, testing::StartsWith( c.error ) )
+          << c.step;
    }
 }
 
@@ -110,7 +111,7 @@ TEST( NatsimFaults, AFailingSdkCallStopsTheAgentWithItsErrorLine ) {
    };
    for ( Case const& c : cases ) {
       Outcome const run = playFault( c.scenario );
-      EXPECT_NE( run.status, 0 ) << c.scenario;
+      EXPECT_EQ( run.status, 3 ) << c.scenario << ": the agent stopped";
       std::string const firstLine = run.err.substr( 0, run.err.find( '\n' ) );
       EXPECT_THAT( firstLine, testing::MatchesRegex( "[A-Za-z]+\\.cpp:[0-9]+ " +
                                                      literal( c.line ) ) )

@@ -137,9 +137,10 @@ std::vector<std::string> const testPlugin = { "--plugin",   TEST_PLUGIN_PATH,
 // `natsim serve` as a child process, on the socket "<dir>/natsim.sock".
 class Server {
 public:
+   // With `occupied`, a file stands at the socket's temporary name when natsim starts.
    Server( TempDir const& dir, std::string const& scenario,
            std::vector<std::string> const& options = testPlugin,
-           std::string const& socket = "" )
+           std::string const& socket = "", bool occupied = false )
        : dir_( dir.path() ),
          socket_( socket.empty() ? dir_ + "/natsim.sock" : socket ),
          name_( dir_ + "/serve" + std::to_string( ++count_ ) ) {
@@ -149,6 +150,9 @@ public:
       args.insert( args.end(), options.begin(), options.end() );
       pid_ = ::fork();
       if ( pid_ == 0 ) {
+         if ( occupied ) {
+            std::ofstream( socket_ + "." + std::to_string( ::getpid() ) ) << "keep";
+         }
          std::freopen( ( name_ + ".out" ).c_str(), "w", stdout );
          std::freopen( ( name_ + ".err" ).c_str(), "w", stderr );
          std::vector<char*> argv;
@@ -170,6 +174,7 @@ public:
    Server& operator=( Server const& ) = delete;
 
    std::string const& socket() const { return socket_; }
+   pid_t pid() const { return pid_; }
    std::string output() const { return readFile( name_ + ".out" ); }
    std::string errors() const { return readFile( name_ + ".err" ); }
 
@@ -306,7 +311,9 @@ TEST( Serve, RunsCommandsAndNatsimShowPrintsTheirOutput ) {
 
    Outcome shown = natsimIn( dir, "show --socket " + path + " --command ShowTest" );
    EXPECT_EQ( shown.status, 0 ) << shown.err;
-   EXPECT_EQ( shown.out, "[{\"uid\": 4, \"entry\": 1},{\"uid\": 5, \"entry\": 2},]" );
+   EXPECT_EQ( shown.out,
+              "[\n{\"uid\": 4, \"entry\": 1},\n{\"uid\": 5, \"entry\": 2},\n]\n" )
+       << "one row to a line, and a newline at the end";
    EXPECT_EQ( shown.err, "" );
 
    Outcome unknown = natsimIn( dir, "show --socket " + path );
@@ -447,6 +454,116 @@ TEST( Serve, ReplacesAStaleSocketFileAndKeepsOffOtherFiles ) {
               std::string::npos )
        << onAFile.errors();
    EXPECT_EQ( readFile( file ), "keep" );
+}
+
+// Clients that hold connections, never finish their line or ask for hours of work get
+// an error line; the server goes on.
+TEST( Serve, HoldsAgainstHostileClients ) {
+   TempDir dir;
+   std::vector<std::string> options = testPlugin;
+   options.insert( options.end(), { "--idle-timeout", "1.5" } );
+   Server server( dir, twoRules, options );
+   ASSERT_TRUE( server.ready() ) << server.errors();
+   std::string const path = server.socket();
+   {
+      std::vector<std::unique_ptr<Client>> held;
+      for ( int i = 0; i < 64; ++i ) {
+         held.push_back( std::make_unique<Client>( path ) );
+         held.back()->send( "Show" );  // no newline: the request goes on
+      }
+      Client past( path );
+      EXPECT_EQ( errorOf( past.receiveAll() ),
+                 "too many connections (at most 64 at once); try again later" );
+      EXPECT_EQ( errorOf( held[0]->receiveAll() ),
+                 "no complete request within 1.5 seconds" );
+   }
+   struct Case {
+      std::string request;
+      std::string error;
+   };
+   Case const cases[] = {
+       { R"({"advance": 60.5})",
+         "advance: 60.5 is out of range (a served advance is at most 60 seconds; send "
+         "several)" },
+       { R"({"advance": 1e6})",
+         "advance: 1000000 is out of range (a served advance is at most 60 seconds; "
+         "send several)" },
+   };
+   for ( Case const& c : cases ) {
+      EXPECT_EQ( errorOf( ask( path, c.request ) ), c.error ) << c.request;
+   }
+   EXPECT_EQ( askStep( path, R"({"advance": 60})" )["step"], 2 ) << "served after all";
+   EXPECT_EQ( server.stop(), 0 ) << server.errors();
+}
+
+// An assertion of the plug-in, a signal while the scenario plays, a file in the way or
+// a directory others may write: natsim says what happened and leaves no file behind.
+TEST( Serve, StopsWithoutLeavingFilesAndSaysWhy ) {
+   TempDir dir;
+   auto leftBehind = [&dir]( std::string const& name ) {
+      std::vector<std::string> files;
+      for ( auto const& entry : std::filesystem::directory_iterator( dir.path() ) ) {
+         if ( entry.path().filename().string().rfind( name, 0 ) == 0 ) {
+            files.push_back( entry.path().string() );
+         }
+      }
+      return files;
+   };
+   {
+      Server agent( dir, "{}", {}, dir.path() + "/agent.sock" );  // the NAT plug-in
+      ASSERT_TRUE( agent.ready() ) << agent.errors();
+      std::string const error = errorOf( ask(
+          agent.socket(),
+          R"({"natRule": {"uid": 1, "key": {"type": 2}, "data": {"vlans": [0]}}})" ) );
+      EXPECT_EQ( error.rfind( "the agent stopped: ", 0 ), 0u ) << error;
+      EXPECT_NE( error.find( "Assertion `vlanId' failed." ), std::string::npos ) << error;
+      EXPECT_EQ( agent.waitForExit(), 3 );
+      EXPECT_NE( agent.errors().find( "Assertion `vlanId' failed." ), std::string::npos );
+      EXPECT_EQ( leftBehind( "agent.sock" ), std::vector<std::string>() );
+   }
+   {
+      // Enough rules that the scenario still plays when the signal comes.
+      std::string scenario = R"({"chip": {"tcamEntries": 20000}, "steps": [)";
+      for ( int i = 0; i < 20000; ++i ) {
+         scenario +=
+             ( i ? "," : "" ) + natRule( i + 1, "10." + std::to_string( i / 256 ) +
+                                                    ".0." + std::to_string( i % 256 ) );
+      }
+      scenario += "]}";
+      std::vector<std::string> options = testPlugin;
+      options.push_back( "--json" );
+      Server playing( dir, scenario, options, dir.path() + "/playing.sock" );
+      std::string const temporary =
+          playing.socket() + "." + std::to_string( playing.pid() );
+      for ( int i = 0; i < 10000 && !exists( temporary ); ++i ) {
+         std::this_thread::sleep_for( std::chrono::milliseconds( 1 ) );
+      }
+      ASSERT_TRUE( exists( temporary ) ) << playing.errors();
+      EXPECT_EQ( playing.stop( SIGTERM ), 1 ) << "stopped before serving";
+      EXPECT_EQ( playing.errors(), "natsim: stopped by a signal before serving\n" );
+      EXPECT_EQ( leftBehind( "playing.sock" ), std::vector<std::string>() );
+   }
+   {
+      Server occupied( dir, "{}", testPlugin, dir.path() + "/occupied.sock", true );
+      std::string const temporary =
+          occupied.socket() + "." + std::to_string( occupied.pid() );
+      EXPECT_EQ( occupied.waitForExit(), 1 );
+      EXPECT_NE( occupied.errors().find( temporary + ": exists" ), std::string::npos )
+          << occupied.errors();
+      EXPECT_EQ( readFile( temporary ), "keep" ) << "not deleted without a word";
+   }
+   {
+      std::string const open = dir.path() + "/open";
+      ASSERT_EQ( ::mkdir( open.c_str(), 0777 ), 0 );
+      ::chmod( open.c_str(), 0777 );
+      Server exposed( dir, "{}", testPlugin, open + "/natsim.sock" );
+      ASSERT_TRUE( exposed.ready() ) << exposed.errors();
+      EXPECT_NE( exposed.errors().find( "natsim: warning: " + open +
+                                        " may be written by others" ),
+                 std::string::npos )
+          << exposed.errors();
+      EXPECT_EQ( exposed.stop(), 0 );
+   }
 }
 
 TEST( Serve, ExplainsAPlugInWithoutACommandCallback ) {
