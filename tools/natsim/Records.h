@@ -72,8 +72,6 @@ struct Records {
    std::vector<ProblemRecord> problems;
    // Indexed by step.
    std::vector<StepRecord> steps;
-   // Calls made while the agent started, before the first step.
-   U32 startCalls = 0;
    // Every call of the run, kept or not.
    std::size_t calls = 0;
 

@@ -4,6 +4,7 @@
 
 #include "platform/chip/ChipModel.h"
 #include "platform/fwk/Types.h"
+#include "tools/natsim/ResultText.h"
 #include "tools/natsim/Simulation.h"
 
 namespace natsim {
@@ -142,14 +143,11 @@ std::string actionsText( std::vector<Chip::ActionRecord> const& actions ) {
    return s.empty() ? "(none)" : s;
 }
 
-// A table row's fields as JSON text: {"XLATE_ENABLE":3}.
+// A table row's fields as JSON text, as the result document writes them.
 std::string rowText( Chip::Table const& table, unsigned row ) {
-   std::string s = "{";
-   for ( auto const& field : table.reportedFields( row ) ) {
-      s += ( s.size() > 1 ? ",\"" : "\"" ) + field.first +
-           "\":" + std::to_string( field.second );
-   }
-   return s + "}";
+   std::string text;
+   appendJsonRow( text, table, row );
+   return text;
 }
 
 void chip( std::ostream& out, Chip::ChipModel const& model ) {

@@ -120,13 +120,6 @@ void appendEntry( std::string& out, Chip::FpEntry const& entry ) {
    appendActions( record.key( "actions" ), entry.actions() );
 }
 
-void appendRow( std::string& out, Chip::Table const& table, unsigned row ) {
-   ObjectText fields( out );
-   for ( auto const& field : table.reportedFields( row ) ) {
-      fields.number( field.first.c_str(), field.second );
-   }
-}
-
 // The memories or the registers of a unit: {"NAME": {"row": {fields}}} for memories,
 // {"NAME": {fields}} for registers (their one row).
 void appendTables( std::string& out, Chip::ChipUnit const& unit, bool registers ) {
@@ -138,12 +131,12 @@ void appendTables( std::string& out, Chip::ChipUnit const& unit, bool registers 
       }
       std::string& value = tables.key( table.name() );
       if ( registers ) {
-         appendRow( value, table, *table.rowsWritten().begin() );
+         appendJsonRow( value, table, *table.rowsWritten().begin() );
          continue;
       }
       ObjectText rows( value );
       for ( unsigned row : table.rowsWritten() ) {
-         appendRow( rows.key( std::to_string( row ) ), table, row );
+         appendJsonRow( rows.key( std::to_string( row ) ), table, row );
       }
    }
 }
@@ -222,6 +215,13 @@ void writeHitCounts( Buffered& out, SimPlatform const& platform ) {
 }
 
 }  // namespace
+
+void appendJsonRow( std::string& out, Chip::Table const& table, unsigned row ) {
+   ObjectText fields( out );
+   for ( auto const& field : table.reportedFields( row ) ) {
+      fields.number( field.first.c_str(), field.second );
+   }
+}
 
 void appendJournalRecord( std::string& out, int step, Chip::JournalRecord const& r ) {
    ObjectText record( out );

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/chip/Journal.h"
+#include "platform/chip/Table.h"
 #include "tools/natsim/Records.h"
 
 namespace natsim {
@@ -16,6 +17,8 @@ namespace natsim {
 class Simulation;
 
 void appendJournalRecord( std::string& out, int step, Chip::JournalRecord const& record );
+// A memory's or register's row, its reported fields: {"XLATE_ENABLE":3}.
+void appendJsonRow( std::string& out, Chip::Table const& table, unsigned row );
 
 // A served step's answer: {"step":..,"kind":..,"answers":[..],"events":[..],
 // "journal":[..],"show":[..],"packets":[..],"problems":[..]}, each array holding the

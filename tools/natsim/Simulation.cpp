@@ -167,9 +167,7 @@ void Simulation::playStep( Step const& step, int index ) {
 void Simulation::journalCall( Chip::JournalRecord const& record ) {
    StepRecord* const step = step_ < 0 ? nullptr : &records_.steps.back();
    ++records_.calls;
-   if ( !step ) {
-      ++records_.startCalls;
-   } else {
+   if ( step ) {
       ++step->calls;
       if ( record.call == "getEntry" ) {
          step->taken.push_back( record.entry );
