@@ -29,7 +29,10 @@ def run(command):
         devnull = os.open(os.devnull, os.O_WRONLY)
         os.dup2(devnull, 1)
         os.dup2(devnull, 2)
-        os.execv(command[0], command)
+        try:
+            os.execv(command[0], command)
+        finally:
+            os._exit(127)  # never back into the parent's code
     _, status, usage = os.wait4(pid, 0)
     if not os.WIFEXITED(status) or os.WEXITSTATUS(status) != 0:
         sys.exit("bench_natsim: %s failed (status %d)" % (" ".join(command), status))
