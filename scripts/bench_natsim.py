@@ -35,7 +35,9 @@ def run(command):
             os._exit(127)  # never back into the parent's code
     _, status, usage = os.wait4(pid, 0)
     if not os.WIFEXITED(status) or os.WEXITSTATUS(status) != 0:
-        sys.exit("bench_natsim: %s failed (status %d)" % (" ".join(command), status))
+        how = ("exit status %d" % os.WEXITSTATUS(status) if os.WIFEXITED(status)
+               else "signal %d" % os.WTERMSIG(status))
+        sys.exit("bench_natsim: %s failed (%s)" % (" ".join(command), how))
     return usage.ru_utime + usage.ru_stime, usage.ru_maxrss * 1024
 
 
