@@ -1,5 +1,6 @@
 #include "CorvaneNat/FpEntryRecipe.h"
 
+#include "CorvaneNat/NatTrace.h"
 #include "CorvaneNat/SdkCall.h"
 #include "platform/chip/Sdk.h"
 #include "platform/fwk/Assert.h"
@@ -9,10 +10,6 @@ namespace Corvane {
 static_assert( unsigned( FpCall::qualifyExactMatch ) < 16,
                "every qualifier has its bit in an FpQualifierSet" );
 
-bool isQualifier( FpCall call ) {
-   return call <= FpCall::qualifyExactMatch;
-}
-
 FpStep const* FpEntryRecipe::last( FpCall call ) const {
    for ( std::size_t i = size_; i > 0; --i ) {
       if ( steps_[i - 1].call == call ) {
@@ -20,16 +17,6 @@ FpStep const* FpEntryRecipe::last( FpCall call ) const {
       }
    }
    return nullptr;
-}
-
-void FpEntryRecipe::add( FpCall call, FpValue value, FpValue mask, char const* text,
-                         int line, U32 instance, FpSelector selector ) {
-   FWK_ASSERT_TEXT( size_ < maxSteps, "size_ < maxSteps" );
-   steps_[size_++] = { call,     U16( line ), value.value, mask.value,
-                       instance, selector,    text,        stepFunction_ };
-   if ( isQualifier( call ) ) {
-      qualifiers_ |= fpQualifierBit( call );
-   }
 }
 
 namespace {
@@ -111,6 +98,24 @@ int stepCall( Shim::Sdk& sdk, U16 unit, U32 entryId, FpStep const& step ) {
    }
 }
 
+// Makes the SDK calls of the steps [first, last), each with the activity lock given up,
+// and checks each as sdkCallDone does. Whether calls are traced is read once for the
+// run: an entry's calls are traced all or none.
+void applySteps( Shim::Sdk& sdk, U16 unit, U32 entryId, FpStep const* first,
+                 FpStep const* last, char const* file ) {
+   bool const traced = traceHandle().enabled( 4 );
+   for ( ; first != last; ++first ) {
+      FpStep const& step = *first;
+      int const rc = [&] {
+         Fwk::ActivityLockRelease release;
+         return stepCall( sdk, unit, entryId, step );
+      }();
+      if ( rc < 0 || traced ) {
+         sdkCallReport( rc, step.text, file, step.line, step.function );
+      }
+   }
+}
+
 // The texts of bcm_field_qualifier_delete, made from the qualifier's name.
 #define FP_QUALIFIER_DELETE( Name )                                                    \
    case FpCall::qualify##Name:                                                         \
@@ -164,37 +169,27 @@ struct EntryCalls {
 void applyFpEntryRecipe( U16 unit, U32 entryId, FpEntryRecipe const& recipe,
                          bool reinstall, FpQualifierSet dropped ) {
    Shim::Sdk& sdk = *Shim::sdk_;
+   if ( !reinstall ) {
+      applySteps( sdk, unit, entryId, recipe.begin(), recipe.end(), recipe.file() );
+      return;
+   }
    char const* const function = recipe.function();
-   EntryCalls calls{ unit, entryId, function };
-   if ( reinstall ) {
-      for ( unsigned call = 0; call <= unsigned( FpCall::qualifyExactMatch ); ++call ) {
-         if ( dropped & fpQualifierBit( FpCall( call ) ) ) {
-            QualifierDelete const del = qualifierDelete( sdk, FpCall( call ) );
-            // An entry may lack a qualifier that another entry of its key held.
-            sdkCallDoneTolerating(
-                [&] {
-                   Fwk::ActivityLockRelease release;
-                   return sdk.bcm_field_qualifier_delete( unit, entryId, del.qualifier );
-                }(),
-                sdk.BCM_E_NOT_FOUND, del.text, __FILE__, __LINE__, function );
-         }
+   for ( unsigned call = 0; call <= unsigned( FpCall::qualifyExactMatch ); ++call ) {
+      if ( dropped & fpQualifierBit( FpCall( call ) ) ) {
+         QualifierDelete const del = qualifierDelete( sdk, FpCall( call ) );
+         // An entry may lack a qualifier that another entry of its key held.
+         sdkCallDoneTolerating(
+             [&] {
+                Fwk::ActivityLockRelease release;
+                return sdk.bcm_field_qualifier_delete( unit, entryId, del.qualifier );
+             }(),
+             sdk.BCM_E_NOT_FOUND, del.text, __FILE__, __LINE__, function );
       }
    }
-   std::size_t at = 0;
-   for ( FpStep const& step : recipe ) {
-      if ( reinstall && at++ == recipe.removeAllAt() ) {
-         calls.removeAllActions();
-      }
-      sdkCallDone(
-          [&] {
-             Fwk::ActivityLockRelease release;
-             return stepCall( sdk, unit, entryId, step );
-          }(),
-          step.text, recipe.file(), step.line, step.function );
-   }
-   if ( reinstall && recipe.removeAllAt() == recipe.size() ) {
-      calls.removeAllActions();
-   }
+   FpStep const* const removeAllAt = recipe.begin() + recipe.removeAllAt();
+   applySteps( sdk, unit, entryId, recipe.begin(), removeAllAt, recipe.file() );
+   EntryCalls{ unit, entryId, function }.removeAllActions();
+   applySteps( sdk, unit, entryId, removeAllAt, recipe.end(), recipe.file() );
 }
 
 }  // namespace Corvane

@@ -13,6 +13,7 @@
 #include <array>
 #include <cstddef>
 
+#include "platform/fwk/Assert.h"
 #include "platform/fwk/Types.h"
 #include "platform/nat/NatHwKey.h"
 #include "platform/tcam/TcamTypes.h"
@@ -45,7 +46,9 @@ enum class FpCall : U8 {
    actionAssignOpaqueObject1,
 };
 
-bool isQualifier( FpCall call );
+inline bool isQualifier( FpCall call ) {
+   return call <= FpCall::qualifyExactMatch;
+}
 
 // A set of qualifier calls, one bit per qualifier (bit FpCall value).
 typedef U16 FpQualifierSet;
@@ -114,8 +117,16 @@ public:
    FpQualifierSet qualifiers() const { return qualifiers_; }
 
    // Building. Calls are appended in call order; more than maxSteps stops the process.
+   // Inline: a commit builds every step of every entry it programs.
    void add( FpCall call, FpValue value, FpValue mask, char const* text, int line,
-             U32 instance = 0, FpSelector selector = FpSelector() );
+             U32 instance = 0, FpSelector selector = FpSelector() ) {
+      FWK_ASSERT_TEXT( size_ < maxSteps, "size_ < maxSteps" );
+      steps_[size_++] = { call,     U16( line ), value.value, mask.value,
+                          instance, selector,    text,        stepFunction_ };
+      if ( isQualifier( call ) ) {
+         qualifiers_ |= fpQualifierBit( call );
+      }
+   }
    // The old actions of a reprogrammed entry go here, before the next step added.
    void removeAllHere() { removeAllAt_ = size_; }
    // The steps added from now on are traced under `function`.

@@ -2,9 +2,9 @@
 
 namespace Corvane {
 
-namespace {
+Fwk::TraceHandle const natTraceHandle( "ApiCorvane" );
 
-Fwk::TraceHandle const handle( "ApiCorvane" );
+namespace {
 
 Fwk::LogEventRegistration const configChange(
     "CORVANE_CONFIG_CHANGE", 6,
@@ -32,10 +32,6 @@ Fwk::LogEventRegistration const trapTcamResourceFull(
     0, 0 );
 
 }  // namespace
-
-Fwk::TraceHandle const& traceHandle() {
-   return handle;
-}
 
 char const CORVANE_CONFIG_CHANGE[] = "CORVANE_CONFIG_CHANGE";
 char const CORVANE_UNEXPECTED_RESTART[] = "CORVANE_UNEXPECTED_RESTART";

@@ -11,7 +11,12 @@
 
 namespace Corvane {
 
-Fwk::TraceHandle const& traceHandle();
+// The plug-in's trace handle, checked on every traced path: inline, so that a trace
+// that is off costs a load and a test.
+extern Fwk::TraceHandle const natTraceHandle;
+inline Fwk::TraceHandle const& traceHandle() {
+   return natTraceHandle;
+}
 
 extern char const CORVANE_CONFIG_CHANGE[];
 extern char const CORVANE_UNEXPECTED_RESTART[];

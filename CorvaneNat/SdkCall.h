@@ -14,13 +14,24 @@
 // `rc` silently. CORVANE_SDK_READ( name, args... ) is a read-back: it only traces the
 // text with " (rv:<code>)" and gives the code to the caller.
 
+#include "CorvaneNat/NatTrace.h"
 #include "platform/fwk/ActivityLock.h"
 
 namespace Corvane {
 
-// Checks one SDK call's return code as described above; returns it.
-int sdkCallDone( int rc, char const* callText, char const* file, int line,
-                 char const* function );
+// The failure or the trace of an SDK call (sdkCallDone's slow path); returns `rc`.
+int sdkCallReport( int rc, char const* callText, char const* file, int line,
+                   char const* function );
+
+// Checks one SDK call's return code as described above; returns it. Inline: most calls
+// succeed untraced, and every entry makes a dozen of them.
+inline int sdkCallDone( int rc, char const* callText, char const* file, int line,
+                        char const* function ) {
+   if ( rc < 0 || traceHandle().enabled( 4 ) ) {
+      return sdkCallReport( rc, callText, file, line, function );
+   }
+   return rc;
+}
 // As sdkCallDone, except that the code `tolerated` is accepted silently.
 int sdkCallDoneTolerating( int rc, int tolerated, char const* callText, char const* file,
                            int line, char const* function );
