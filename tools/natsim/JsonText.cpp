@@ -17,9 +17,9 @@ struct PlainBytes {
    }
 };
 
-// True when the text goes into a JSON string as it is (almost every string natsim
-// writes).
-bool plain( std::string_view text ) {
+}  // namespace
+
+bool jsonPlain( std::string_view text ) {
    static PlainBytes const bytes;
    for ( char c : text ) {
       if ( !bytes.plain[static_cast<unsigned char>( c )] ) {
@@ -29,10 +29,8 @@ bool plain( std::string_view text ) {
    return true;
 }
 
-}  // namespace
-
 void appendJsonString( std::string& out, std::string_view text ) {
-   if ( plain( text ) ) {
+   if ( jsonPlain( text ) ) {
       out.push_back( '"' );
       out.append( text.data(), text.size() );
       out.push_back( '"' );

@@ -16,6 +16,9 @@ namespace natsim {
 
 // Appends `text` as a JSON string, quotes included.
 void appendJsonString( std::string& out, std::string_view text );
+// True when `text` goes into a JSON string as it is: printable ASCII but quotes and
+// backslashes (almost every string natsim writes).
+bool jsonPlain( std::string_view text );
 
 template <class Int>
 void appendJsonNumber( std::string& out, Int value ) {

@@ -1,5 +1,8 @@
 #include "tools/natsim/ResultText.h"
 
+#include <charconv>
+#include <cstring>
+
 #include "platform/chip/ChipModel.h"
 #include "tools/natsim/JsonText.h"
 #include "tools/natsim/Simulation.h"
@@ -223,7 +226,79 @@ void appendJsonRow( std::string& out, Chip::Table const& table, unsigned row ) {
    }
 }
 
+namespace {
+
+// A journal record's text written into a fixed buffer and appended at once: a run
+// writes a record for every SDK call, and almost every one holds only numbers and
+// plain names. Each writer returns false when the part does not fit or needs escaping;
+// the caller then writes the record the general way.
+class RecordBuffer {
+public:
+   bool literal( std::string_view text ) {
+      if ( std::size_t( end_ - at_ ) < text.size() ) {
+         return false;
+      }
+      std::memcpy( at_, text.data(), text.size() );
+      at_ += text.size();
+      return true;
+   }
+   template <class Int>
+   bool number( Int value ) {
+      std::to_chars_result const r = std::to_chars( at_, end_, value );
+      at_ = r.ptr;
+      return r.ec == std::errc();
+   }
+   bool string( std::string_view text ) {
+      return jsonPlain( text ) && literal( "\"" ) && literal( text ) && literal( "\"" );
+   }
+   bool args( Chip::Args const& args ) {
+      if ( !literal( "[" ) ) {
+         return false;
+      }
+      for ( std::size_t i = 0; i < args.size(); ++i ) {
+         Chip::Arg const& arg = args[i];
+         bool const written = ( i == 0 || literal( "," ) ) &&
+                              ( arg.kind == Chip::Arg::Kind::number ? number( arg.number )
+                                : arg.kind == Chip::Arg::Kind::name ? string( arg.name )
+                                                                    : false );
+         if ( !written ) {
+            return false;
+         }
+      }
+      return literal( "]" );
+   }
+   void appendTo( std::string& out ) const {
+      out.append( text_, std::size_t( at_ - text_ ) );
+   }
+
+private:
+   char text_[400];
+   char* at_ = text_;
+   char* const end_ = text_ + sizeof( text_ );
+};
+
+bool appendPlainJournalRecord( std::string& out, int step,
+                               Chip::JournalRecord const& r ) {
+   RecordBuffer text;
+   bool const written =
+       text.literal( "{\"step\":" ) && text.number( step ) &&
+       text.literal( ",\"call\":" ) && text.string( r.call ) &&
+       text.literal( ",\"unit\":" ) && text.number( r.unit ) &&
+       ( !r.hasEntry || ( text.literal( ",\"entry\":" ) && text.number( r.entry ) ) ) &&
+       text.literal( ",\"args\":" ) && text.args( r.args ) &&
+       text.literal( ",\"rc\":" ) && text.number( r.rc ) && text.literal( "}" );
+   if ( written ) {
+      text.appendTo( out );
+   }
+   return written;
+}
+
+}  // namespace
+
 void appendJournalRecord( std::string& out, int step, Chip::JournalRecord const& r ) {
+   if ( appendPlainJournalRecord( out, step, r ) ) {
+      return;
+   }
    ObjectText record( out );
    record.number( "step", step ).text( "call", r.call ).number( "unit", r.unit );
    if ( r.hasEntry ) {
