@@ -314,12 +314,13 @@ void TrapSm::freeEntry( Oro::NatTrapKey const& key ) {
 // --- TrapSm: entry programming ---
 
 void TrapSm::installTrapEntry( U32 entryId, S32 priority ) {
-   entryManager()->setPriorityForEntry( unit(), entryId, priority );
-   entryManager()->installEntry( unit(), entryId );
+   Corvane::CorvaneTcamEntryManager* const manager = entryManager();
+   manager->setPriorityForEntry( unit(), entryId, priority );
+   manager->installEntry( unit(), entryId );
 }
 
-U32 TrapSm::getTrapEntry( TrapEntryRecipe const& recipe ) {
-   return entryManager()->getEntry( unit(), recipe.description(),
+U32 TrapSm::getTrapEntry( TrapEntryRecipe& recipe ) {
+   return entryManager()->getEntry( unit(), recipe.descriptionTaken(),
                                     CorvaneTcam::RequestKey() );
 }
 
@@ -337,7 +338,7 @@ bool TrapSm::programTrapEntry( Oro::NatTrapKey const& key, Oro::NatTrapRule cons
          }
       }
    }
-   TrapEntryRecipe const recipe = trapEntryRecipe( rule, vlanId, emHit );
+   TrapEntryRecipe recipe = trapEntryRecipe( rule, vlanId, emHit );
    U32 const entryId = getTrapEntry( recipe );
    if ( entryId == 0 ) {
       return false;
@@ -350,7 +351,7 @@ bool TrapSm::programTrapEntry( Oro::NatTrapKey const& key, Oro::NatTrapRule cons
 U32 TrapSm::programTcpControlEntry( Oro::NatTrapKey const& key,
                                     Oro::NatTrapRule const& rule,
                                     TcpControl tcpControl ) {
-   TrapEntryRecipe const recipe = tcpControlEntryRecipe( rule, tcpControl );
+   TrapEntryRecipe recipe = tcpControlEntryRecipe( rule, tcpControl );
    U32 const entryId = getTrapEntry( recipe );
    if ( entryId == 0 ) {
       return 0;
@@ -367,12 +368,13 @@ U32 TrapSm::programTcpControlEntry( Oro::NatTrapKey const& key,
 U32 TrapSm::programReverseTrapEntry( Oro::NatTrapKey const& key,
                                      Oro::NatTrapRule const& rule, bool emHit,
                                      bool tcpCheck, bool tcpControl ) {
-   TrapEntryRecipe const recipe =
-       reverseTrapEntryRecipe( rule, emHit, tcpCheck, tcpControl );
+   TrapEntryRecipe recipe = reverseTrapEntryRecipe( rule, emHit, tcpCheck, tcpControl );
    U32 const entryId = getTrapEntry( recipe );
    if ( entryId == 0 ) {
-      Fwk::logEventRaise( Corvane::CORVANENAT_TRAP_TCAM_RESOURCE_FULL,
-                          { recipe.description() } );
+      // The request took the description; a full TCAM is rare enough to make it again.
+      Fwk::logEventRaise(
+          Corvane::CORVANENAT_TRAP_TCAM_RESOURCE_FULL,
+          { reverseTrapEntryRecipe( rule, emHit, tcpCheck, tcpControl ).description() } );
       return 0;
    }
    trackEntryId( key, entryId );
@@ -381,7 +383,7 @@ U32 TrapSm::programReverseTrapEntry( Oro::NatTrapKey const& key,
 }
 
 bool TrapSm::programImplicitDenyEntry() {
-   TrapEntryRecipe const recipe = implicitDenyEntryRecipe();
+   TrapEntryRecipe recipe = implicitDenyEntryRecipe();
    U32 const entryId = getTrapEntry( recipe );
    if ( entryId == 0 ) {
       NAT_TRACE( 0, "programImplicitDenyEntry",

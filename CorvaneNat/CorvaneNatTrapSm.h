@@ -198,8 +198,9 @@ private:
    void releaseImplicitDenyEntry();
    // Priority and install of a complete entry.
    void installTrapEntry( U32 entryId, S32 priority );
-   // A new entry of the recipe's description, 0 when the TCAM is full.
-   U32 getTrapEntry( TrapEntryRecipe const& recipe );
+   // A new entry of the recipe's description, 0 when the TCAM is full. The description
+   // goes to the entry manager: the recipe holds none after.
+   U32 getTrapEntry( TrapEntryRecipe& recipe );
    // Makes the recipe's calls on a new entry, then sets its priority and installs it.
    void doApplyRecipe( U32 entryId, TrapEntryRecipe const& recipe );
 

@@ -111,7 +111,7 @@ void applySteps( Shim::Sdk& sdk, U16 unit, U32 entryId, FpStep const* first,
          return stepCall( sdk, unit, entryId, step );
       }();
       if ( rc < 0 || traced ) {
-         sdkCallReport( rc, step.text, file, step.line, step.function );
+         sdkCallDone( rc, step.text, file, step.line, step.function );
       }
    }
 }

@@ -18,8 +18,8 @@ char const* baseName( char const* path ) {
 
 }  // namespace
 
-int sdkCallReport( int rc, char const* callText, char const* file, int line,
-                   char const* function ) {
+int sdkCallDone( int rc, char const* callText, char const* file, int line,
+                 char const* function ) {
    if ( rc < 0 ) {
       std::fprintf( stderr, "%s:%d %s API ERROR:%s (rc:%d)\n", baseName( file ), line,
                     callText, Shim::sdk_->bcm_errmsg( rc ), rc );

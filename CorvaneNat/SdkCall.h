@@ -19,16 +19,15 @@
 
 namespace Corvane {
 
-// The failure or the trace of an SDK call (sdkCallDone's slow path); returns `rc`.
-int sdkCallReport( int rc, char const* callText, char const* file, int line,
-                   char const* function );
-
-// Checks one SDK call's return code as described above; returns it. Inline: most calls
-// succeed untraced, and every entry makes a dozen of them.
-inline int sdkCallDone( int rc, char const* callText, char const* file, int line,
-                        char const* function ) {
+// Checks one SDK call's return code as described above; returns it.
+int sdkCallDone( int rc, char const* callText, char const* file, int line,
+                 char const* function );
+// sdkCallDone, inline for the common case: most calls succeed untraced, and every entry
+// makes a dozen of them.
+inline int sdkCallChecked( int rc, char const* callText, char const* file, int line,
+                           char const* function ) {
    if ( rc < 0 || traceHandle().enabled( 4 ) ) {
-      return sdkCallReport( rc, callText, file, line, function );
+      return sdkCallDone( rc, callText, file, line, function );
    }
    return rc;
 }
@@ -50,10 +49,10 @@ int sdkReadDone( int rv, char const* callText, char const* function );
 #define CORVANE_SDK( name, ... ) CORVANE_SDK_AS( __func__, name, __VA_ARGS__ )
 
 // CORVANE_SDK traced under the name `function` rather than the calling function's.
-#define CORVANE_SDK_AS( function, name, ... )                                \
-   ::Corvane::sdkCallDone( CORVANE_SDK_INVOKE_( name, __VA_ARGS__ ),         \
-                           #name "( " #__VA_ARGS__ " )", __FILE__, __LINE__, \
-                           ( function ) )
+#define CORVANE_SDK_AS( function, name, ... )                                   \
+   ::Corvane::sdkCallChecked( CORVANE_SDK_INVOKE_( name, __VA_ARGS__ ),         \
+                              #name "( " #__VA_ARGS__ " )", __FILE__, __LINE__, \
+                              ( function ) )
 
 #define CORVANE_SDK_TOLERATING( tolerated, name, ... )                            \
    ::Corvane::sdkCallDoneTolerating( CORVANE_SDK_INVOKE_( name, __VA_ARGS__ ),    \

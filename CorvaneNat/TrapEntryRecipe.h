@@ -17,6 +17,8 @@ public:
    TrapEntryRecipe( std::string description, S32 priority, char const* function );
    // Handed to the entry manager with the request for the entry.
    std::string const& description() const { return description_; }
+   // The description moved out, for the request (an entry's one copy of it).
+   std::string descriptionTaken() { return std::move( description_ ); }
 
 private:
    std::string description_;
