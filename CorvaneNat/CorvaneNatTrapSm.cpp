@@ -113,6 +113,7 @@ TrapSm::~TrapSm() {
    // The hardware entries stay: they belong to the entry manager.
    trapConfigDel();
    tcamEntryDelAll();
+   entryManager_ = nullptr;
    tcamGroupManager_ = nullptr;
 }
 
@@ -140,8 +141,12 @@ void TrapSm::handleInitialized() {
 }
 
 Corvane::CorvaneTcamEntryManager* TrapSm::entryManager() const {
-   return tcamGroupManager_->unboundedEntryManager( Corvane::natTcamGroupAssignment )
-       .ptr();
+   // The group manager keeps each group's entry manager for its own life.
+   if ( !entryManager_ ) {
+      entryManager_ =
+          tcamGroupManager_->unboundedEntryManager( Corvane::natTcamGroupAssignment );
+   }
+   return entryManager_.ptr();
 }
 
 // --- TrapSm: the table ---

@@ -207,6 +207,8 @@ private:
    CorvaneCentral::ModId modId_;
    std::unique_ptr<TrapConfigReactor> trapConfig_;
    Corvane::CorvaneTcamGroupManager::Ptr tcamGroupManager_;
+   // The NAT group's entry manager, found on first use (see entryManager()).
+   mutable Corvane::CorvaneTcamEntryManager::Ptr entryManager_;
    TcamEntryMap tcamEntry_;
    U32 implicitDenyEntryId_ = 0;
    bool initialized_ = false;

@@ -130,7 +130,11 @@ Oro::NatTrapConfig const* NatWorkerSm::trapConfig() const {
 }
 
 CorvaneTcamEntryManager* NatWorkerSm::natEntryManager() const {
-   return tcamGroupManager_->unboundedEntryManager( natTcamGroupAssignment ).ptr();
+   if ( !natEntryManager_ ) {
+      natEntryManager_ =
+          tcamGroupManager_->unboundedEntryManager( natTcamGroupAssignment );
+   }
+   return natEntryManager_.ptr();
 }
 
 Quay::TimerTask* NatWorkerSm::tcamCountersPollingTask() const {

@@ -215,6 +215,9 @@ private:
 
    CorvaneCentral::ModId modId_;
    CorvaneTcamGroupManager::Ptr tcamGroupManager_;
+   // The NAT group's entry manager, found on first use: the group manager keeps it for
+   // its own life, and every entry asks for it.
+   mutable CorvaneTcamEntryManager::Ptr natEntryManager_;
    std::unique_ptr<ScsdReactor> scsd_;
    std::unique_ptr<MountGroupReactor> mountGroup_;
    OroCapacity::TableCapacity::Ptr tableCapacity_;
