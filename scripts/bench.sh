@@ -3,14 +3,21 @@
 # JSON output (into build/<preset>/bench/, one file per benchmark family), and prints one
 # table of the quality goals: each goal, the measured value per configuration, its ratio
 # to the goal and whether it passes. natsim itself is measured end to end on generated
-# scenarios (scripts/bench_natsim.py; NATSIM_BENCH_RULES rules, default 100000). `scripts/bench.sh release` (or m32) measures one
-# configuration only.
+# scenarios (scripts/bench_natsim.py; NATSIM_BENCH_RULES rules, default 100000).
+# `scripts/bench.sh release` (or m32) measures one configuration only; on a kernel that
+# cannot run 32-bit programs, m32 is left out with a notice.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+source scripts/runs32.sh
 scripts/setup.sh
 presets=( "${@:-release}" )
 [ $# -eq 0 ] && presets=( release m32 )
+# m32's programs cannot run on a kernel without 32-bit support: measure release alone.
+if [ $# -eq 0 ] && ! runs_32bit; then
+   echo "=== m32: not measured: this kernel does not run 32-bit programs"
+   presets=( release )
+fi
 # Repetitions per benchmark; the table takes the fastest (least CPU time).
 reps="${BENCH_REPETITIONS:-3}"
 for preset in "${presets[@]}"; do

@@ -8,16 +8,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-# Whether this machine runs 32-bit x86 programs (some kernels are built without it).
-runs_32bit() {
-   local probe
-   probe=$(mktemp)
-   printf 'int main() { return 0; }\n' | g++ -m32 -x c++ - -o "$probe" 2>/dev/null &&
-      "$probe" 2>/dev/null
-   local status=$?
-   rm -f "$probe"
-   return $status
-}
+source scripts/runs32.sh
 
 scripts/setup.sh
 skipped=()
