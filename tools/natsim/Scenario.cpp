@@ -4,12 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <initializer_list>
 #include <iterator>
 #include <limits>
 #include <set>
@@ -38,8 +40,17 @@ struct Fault {
    throw Fault{ path, message };
 }
 
+// Built for every member read, so in one allocation.
 std::string memberPath( std::string const& path, std::string const& name ) {
-   return path.empty() ? name : path + "." + name;
+   if ( path.empty() ) {
+      return name;
+   }
+   std::string member;
+   member.reserve( path.size() + 1 + name.size() );
+   member += path;
+   member += '.';
+   member += name;
+   return member;
 }
 
 std::string elementPath( std::string const& path, std::size_t index ) {
@@ -65,7 +76,8 @@ std::string quoted( std::string const& text ) {
    return end < text.size() ? shown + "..." : shown;
 }
 
-std::string joined( std::vector<char const*> const& names ) {
+template <class Names>
+std::string joined( Names const& names ) {
    std::string text;
    for ( char const* name : names ) {
       text += text.empty() ? "" : ", ";
@@ -98,26 +110,35 @@ std::string kindOf( json const& v ) {
 }
 
 // An object of the scenario with the members it may have. Building one refuses a value
-// that is not an object and any member it does not know, so typos do not pass.
+// that is not an object and any member it does not know, so typos do not pass. The
+// members are found once, as the object is checked: a scenario reads a record for
+// every step.
 class Record {
 public:
-   Record( json const& value, std::string path, std::vector<char const*> known )
+   Record( json const& value, std::string path, std::initializer_list<char const*> known )
        : value_( value ), path_( std::move( path ) ) {
       if ( !value.is_object() ) {
          failKind( value, path_, "an object" );
       }
+      FWK_ASSERT( known.size() <= names_.size() );
+      for ( char const* name : known ) {
+         names_[known_++] = name;
+      }
       for ( auto const& member : value.items() ) {
-         if ( !isKnown( member.key(), known ) ) {
+         std::size_t const i = indexOf( member.key().c_str() );
+         if ( i == known_ ) {
             fail( path_, "unknown member " + quoted( member.key() ) +
                              " (known: " + joined( known ) + ")" );
          }
+         members_[i] = &member.value();
       }
    }
 
-   // The member, or nullptr when it is left out.
+   // The member, or nullptr when it is left out. `name` is one of the known names.
    json const* find( char const* name ) const {
-      auto const it = value_.find( name );
-      return it == value_.end() ? nullptr : &*it;
+      std::size_t const i = indexOf( name );
+      FWK_ASSERT( i < known_ );
+      return members_[i];
    }
 
    // Stores the member, read by `read`, in `*out`; leaves `*out` when it is left out.
@@ -137,17 +158,20 @@ public:
    }
 
 private:
-   static bool isKnown( std::string const& name, std::vector<char const*> const& known ) {
-      for ( char const* k : known ) {
-         if ( name == k ) {
-            return true;
-         }
+   // The index of a known name, or known_ when `name` is not one.
+   std::size_t indexOf( char const* name ) const {
+      std::size_t i = 0;
+      while ( i < known_ && std::strcmp( names_[i], name ) != 0 ) {
+         ++i;
       }
-      return false;
+      return i;
    }
 
    json const& value_;
    std::string path_;
+   std::array<char const*, 16> names_{};
+   std::array<json const*, 16> members_{};
+   std::size_t known_ = 0;
 };
 
 // ---- Plain values
