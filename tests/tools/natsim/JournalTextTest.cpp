@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "tools/natsim/JsonText.h"
 #include "tools/natsim/ResultText.h"
 
 namespace {
@@ -55,6 +56,19 @@ TEST( JournalText, EveryKindOfArgumentReadsAsTheRecordHoldsIt ) {
          expected["entry"] = 12;
       }
       EXPECT_EQ( recordText( record ), expected ) << c.expected.dump();
+   }
+}
+
+// Every byte, at every place of a text read eight bytes at a time and of its tail.
+TEST( JournalText,
+      ATextIsPlainExactlyWhenEveryByteIsPrintableAsciiButQuoteAndBackslash ) {
+   for ( unsigned byte = 0; byte < 256; ++byte ) {
+      bool const plain = byte >= 0x20 && byte < 0x7f && byte != '"' && byte != '\\';
+      for ( std::size_t at = 0; at < 19; ++at ) {
+         std::string text( 19, 'a' );
+         text[at] = char( byte );
+         ASSERT_EQ( natsim::jsonPlain( text ), plain ) << "byte " << byte << " at " << at;
+      }
    }
 }
 
