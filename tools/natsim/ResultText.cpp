@@ -116,8 +116,18 @@ void appendEntry( std::string& out, Chip::FpEntry const& entry ) {
    {
       ObjectText qualifiers( record.key( "qualifiers" ) );
       for ( Chip::Qualifier q : entry.qualifiers() ) {
-         appendJsonArgs( qualifiers.key( Chip::qualifierName( q ) ),
-                         entry.qualifierArgs( q ) );
+         std::string& value = qualifiers.key( Chip::qualifierName( q ) );
+         if ( q == Chip::Qualifier::IpFrag || q == Chip::Qualifier::ExactMatch ) {
+            appendJsonArgs( value, entry.qualifierArgs( q ) );
+            continue;
+         }
+         // [data, mask], as qualifierArgs gives them, written without building them.
+         Chip::Masked const masked = entry.qualifier( q );
+         value += '[';
+         appendJsonNumber( value, masked.data );
+         value += ',';
+         appendJsonNumber( value, masked.mask );
+         value += ']';
       }
    }
    appendActions( record.key( "actions" ), entry.actions() );
