@@ -116,13 +116,27 @@ JournalSpool::~JournalSpool() {
 
 void JournalSpool::append( std::string const& record ) {
    if ( records_ > 0 ) {
-      std::fputs( ",\n", file_ );
+      pending_ += ",\n";
    }
-   std::fwrite( record.data(), 1, record.size(), file_ );
+   pending_ += record;
    ++records_;
+   if ( pending_.size() >= ( 1u << 16 ) ) {
+      flush();
+   }
+}
+
+void JournalSpool::flush() const {
+   std::fwrite( pending_.data(), 1, pending_.size(), file_ );
+   pending_.clear();
+}
+
+bool JournalSpool::ok() const {
+   flush();
+   return std::fflush( file_ ) == 0 && std::ferror( file_ ) == 0;
 }
 
 void JournalSpool::copyTo( std::ostream& out ) const {
+   flush();
    std::fflush( file_ );
    std::rewind( file_ );
    char chunk[1 << 16];

@@ -8,7 +8,8 @@
 //
 // A JournalSpool holds the kept records as JSON text, one record per line, in an
 // anonymous temporary file, so that a run of a million calls keeps none of them in
-// memory. copyTo() writes them out as the elements of a JSON array.
+// memory; records gather in a buffer of 64 KiB at most on their way there. copyTo()
+// writes them out as the elements of a JSON array.
 
 #include <cstdio>
 #include <ostream>
@@ -47,13 +48,17 @@ public:
    void append( std::string const& record );
    std::size_t records() const { return records_; }
    // False once a write to the temporary file has failed (the disk is full, say).
-   bool ok() const { return std::ferror( file_ ) == 0; }
+   bool ok() const;
    // Writes the records, separated by ",\n", without brackets.
    void copyTo( std::ostream& out ) const;
 
 private:
+   // Writes the buffered records to the file.
+   void flush() const;
+
    std::FILE* file_ = nullptr;
    std::size_t records_ = 0;
+   mutable std::string pending_;
 };
 
 }  // namespace natsim
