@@ -93,13 +93,6 @@ inline std::string srcIp( char const* ip ) {
 inline std::string dstIp( char const* ip ) {
    return qualify( "DstIp", hostOrder( ip ), minusOne );
 }
-// The port qualifiers take 16-bit arguments: -1 reads 65535.
-inline std::string l4SrcPort( U16 port ) {
-   return qualify( "L4SrcPort", port, 0xffff );
-}
-inline std::string l4DstPort( U16 port ) {
-   return qualify( "L4DstPort", port, 0xffff );
-}
 inline std::string l3Ingress( U16 vlanId ) {
    return qualify( "L3Ingress", vlanId, minusOne );
 }
@@ -109,20 +102,6 @@ inline std::string ipProtocol( U8 protocol ) {
 // FIN, SYN and RST all clear.
 inline std::string tcpControlClear() {
    return qualify( "TcpControl", 0, 7 );
-}
-inline std::string aclIdQualifier( U32 aclId ) {
-   return qualify( "OpaqueObject1", aclId, minusOne );
-}
-// 224.0.0.0/4, the multicast range.
-inline std::string srcIpMulticast() {
-   return qualify( "SrcIp", 0xe0000000u, 0xf0000000u );
-}
-inline std::string dstIpMulticast() {
-   return qualify( "DstIp", 0xe0000000u, 0xf0000000u );
-}
-inline std::string ipFragNotFirst() {
-   return callLine( "bcm_field_qualify_IpFrag",
-                    { Chip::nameArg( "bcmFieldIpFragNotFirst" ) } );
 }
 
 inline std::string action( char const* name, U64 param0 = 0, U64 param1 = 0 ) {
@@ -138,9 +117,6 @@ inline std::string opaqueObject1( U32 id ) {
 }
 inline std::string l3Switch( U32 nextHopId ) {
    return action( "L3Switch", nextHopId );
-}
-inline std::string redirectIpmc( U32 group ) {
-   return action( "RedirectIpmc", group );
 }
 inline std::string removeAllActions() {
    return callLine( "bcm_field_action_remove_all", {} );
@@ -312,17 +288,6 @@ protected:
       }
       return out;
    }
-   // The names of the qualifiers an entry holds in the chip ("SrcIp"), in the chip's
-   // order.
-   Lines chipQualifiers( U32 id, int unit = 1 ) {
-      Lines out;
-      if ( Chip::FpEntry const* e = fieldProcessor( unit ).entry( id ) ) {
-         for ( Chip::Qualifier q : e->qualifiers() ) {
-            out.push_back( Chip::qualifierName( q ) );
-         }
-      }
-      return out;
-   }
    Chip::FpEntry const* chipEntry( U32 id, int unit = 1 ) {
       return fieldProcessor( unit ).entry( id );
    }
@@ -333,70 +298,5 @@ protected:
       loop().runUntilIdle();
    }
 };
-
-// The action lines among `lines` (what the chip holds after programming).
-inline Lines actionsOf( Lines const& lines ) {
-   Lines out;
-   for ( auto const& l : lines ) {
-      if ( l.rfind( "bcm_field_action_add ", 0 ) == 0 ) {
-         out.push_back( l );
-      }
-   }
-   return out;
-}
-
-// Case tables: one rule and the entries it must give. NatProgramTest.cpp holds the test
-// that runs each case (NatEntryProgramming); other files add their tables.
-
-// The uid and multicast uid of the rules of the case tables.
-constexpr U32 caseUid = 7;
-constexpr U16 caseMcastUid = 4;
-
-struct Entry {
-   std::string description;
-   // The SDK calls of the entry after the two that every NAT entry starts with (my
-   // station hit, not dropped by an ACL) and before its priority.
-   Lines calls;
-};
-
-struct Case {
-   std::string name;
-   Oro::NatHwKey key;
-   Oro::NatHwData data;
-   bool fragments;
-   // One group per programmed VLAN (one for a source-side key): the default entry and,
-   // where the key needs one, its fragment entry.
-   std::vector<std::vector<Entry>> vlans;
-   bool addrOnlyMode = false;
-};
-
-// What the journal holds for a case: per VLAN, the entries are allocated, then each is
-// programmed, given the highest priority and installed.
-inline Lines expectedJournal( Case const& c ) {
-   Lines out;
-   unsigned n = 0;
-   for ( auto const& group : c.vlans ) {
-      unsigned const first = n + 1;
-      for ( auto const& e : group ) {
-         out.push_back( "#" + std::to_string( ++n ) + " " + getEntry( e.description ) );
-      }
-      unsigned k = first;
-      for ( auto const& e : group ) {
-         std::string const tag = "#" + std::to_string( k++ ) + " ";
-         for ( auto const& call : Lines{ myStationHit(), notAclDropped() } + e.calls +
-                                      Lines{ highestPriority(), installEntry() } ) {
-            out.push_back( tag + call );
-         }
-      }
-   }
-   return out;
-}
-
-inline void PrintTo( Case const& c, std::ostream* os ) {
-   *os << c.name;
-}
-
-class NatEntryProgramming : public NatProgramFixture,
-                            public ::testing::WithParamInterface<Case> {};
 
 }  // namespace NatTest
