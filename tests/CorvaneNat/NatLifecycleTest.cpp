@@ -6,7 +6,9 @@
 #include "NatTestFixture.h"
 
 #include <functional>
+#include <tuple>
 
+#include "platform/fwk/LogEvent.h"
 #include "platform/mount/OrreryEntityManager.h"
 
 namespace {
@@ -111,6 +113,44 @@ TEST_F( NatLifecycle, AModuleReportedTwiceKeepsItsWorker ) {
    loop().runUntilIdle();
    EXPECT_EQ( worker( 1 ), first );
    EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 1u );
+}
+
+// The library registers its log events as it loads, as the tools that show definitions
+// list them.
+TEST( NatLogEvents, AreRegisteredWithTheirSeverityTextsAndRates ) {
+   struct Event {
+      char const* name;
+      int severity;
+      char const* format;
+      char const* action;
+   };
+   Event const events[] = {
+       { "CORVANE_CONFIG_CHANGE", 6,
+         "Configuration change requires the Corvane agent %s to restart",
+         Fwk::logNoActionRequired },
+       { "CORVANE_UNEXPECTED_RESTART", 3,
+         "Unexpected restart of Corvane agent %s occurred",
+         Fwk::logContactSupportIfPersists },
+       { "CORVANE_NAT_TCAM_RESOURCE_FULL", 3,
+         "Hardware resources are insufficient to add NAT rule with key <%s>",
+         "Reconfigure the system to clear up hardware resources before configuring this "
+         "NAT rule" },
+       { "CORVANENAT_TRAP_TCAM_RESOURCE_FULL", 3,
+         "Hardware resources are insufficient to add NAT trap filter %s",
+         "Reconfigure the system to free up IFP resources before configuring NAT. " },
+   };
+   for ( Event const& e : events ) {
+      Fwk::LogEventDefinition const* d = Fwk::logEvent( e.name );
+      ASSERT_TRUE( d ) << e.name;
+      EXPECT_EQ( d->severity, e.severity ) << e.name;
+      EXPECT_EQ( d->format, e.format );
+      EXPECT_EQ( d->recommendedAction, e.action );
+      EXPECT_FALSE( d->explanation.empty() );
+      EXPECT_EQ(
+          std::make_tuple( d->firstRate, d->secondRate, d->firstCount, d->secondCount ),
+          std::make_tuple( 0.0, 1.0, 0u, 0u ) )
+          << e.name;
+   }
 }
 
 }  // namespace
