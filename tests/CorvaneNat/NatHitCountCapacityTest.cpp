@@ -111,6 +111,10 @@ TEST_F( NatHitCounts, FragmentEntriesDoNotCountAndChipsWithoutCountersDoNotPoll 
    loop().advance( 10.0 );
    ASSERT_EQ( hitCounts().size(), 1u );
    EXPECT_EQ( hitCounts().begin()->second, 0u );
+   // A worker that goes takes its polling (and every other timer of its own) with it.
+   platform->moduleDel( 1 );
+   loop().runUntilIdle();
+   EXPECT_LT( loop().nextTimerDue(), 0.0 );
 
    TearDown();
    chip.hitCounters = false;
@@ -138,6 +142,10 @@ protected:
 TEST_F( NatCapacity, PublishesTheFourRowsWithEveryKindAndTheWholeGroup ) {
    chip.tcamEntries = 20;
    start();
+   // The one feature it registers, as capacity tools list features.
+   auto const& features = worker()->capacitySm()->features();
+   ASSERT_EQ( features.size(), 1u );
+   EXPECT_EQ( features[0].feature + " " + features[0].table, "CorvaneNatCapacity IFP" );
    EXPECT_EQ( rows(), ( std::map<std::string, std::vector<U32>>{
                           { "NAT", { 0, 20, 20 } },
                           { "NAT-Dynamic", { 0, 20, 20 } },
