@@ -281,4 +281,52 @@ TEST( NatEntryRecipe, Dynamic ) {
    // clang-format on
 }
 
+// The description forms the recipes above do not reach, and the keys whose description
+// stops the agent.
+TEST( NatEntryRecipe, DescriptionsOfOtherForms ) {
+   Oro::NatHwKey const snat =
+       natKey( Key::staticSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) );
+   Oro::NatHwKey const twiceNapt =
+       natKey( Key::twiceNatSrc, at( "10.0.0.1", 1000 ), at( "1.1.1.1", 2000 ),
+               at( "20.0.0.1" ), at( "30.0.0.1" ) );
+   Oro::NatHwKey const newPortsOnly =
+       natKey( Key::twiceNatDst, at( "10.0.0.1" ), at( "1.1.1.1", 2000 ),
+               at( "20.0.0.1" ), at( "30.0.0.1", 3000 ) );
+   Oro::NatHwKey const newDstPort = natKey( Key::staticSrcNat, at( "10.0.0.1" ),
+                                            at( "1.1.1.1" ), {}, at( "0.0.0.0", 99 ) );
+   Oro::NatHwKey const type7 =
+       natKey( Key::NatKeyType( 7 ), at( "10.0.0.1" ), at( "1.1.1.1" ) );
+   Corvane::NatWorkerMode const ports{ false, false };
+   auto text = [&]( Oro::NatHwKey const& key, U16 vlan, bool multicast ) {
+      return Corvane::natEntryDescription( key, vlan, NatEntryKind::defaultEntry,
+                                           multicast, ports );
+   };
+   // Static and twice forms end in a blank; a VLAN replaces the multicast mark.
+   EXPECT_EQ( text( snat, 5, false ), "static SNAT vlan 5 10.0.0.1 -> 1.1.1.1 " );
+   EXPECT_EQ( text( newDstPort, 0, false ), "static SNAPT  10.0.0.1:0 -> 1.1.1.1:0 " );
+   EXPECT_EQ( text( snat, 7, true ), "static SNAT vlan 7 10.0.0.1 -> 1.1.1.1 " );
+   EXPECT_EQ(
+       text( twiceNapt, 0, true ),
+       "twice NAPT (multicast) 10.0.0.1:1000 20.0.0.1:0 -> 1.1.1.1:2000 30.0.0.1:0 " );
+   EXPECT_EQ( text( newPortsOnly, 9, false ),
+              "twice NAT vlan 9 10.0.0.1 20.0.0.1 -> 1.1.1.1 30.0.0.1 " );
+   EXPECT_EQ( text( type7, 5, true ), "" ) << "a type without a form";
+
+   GTEST_FLAG_SET( death_test_style, "threadsafe" );
+   Oro::NatHwKey const oneAddress =
+       natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) );
+   Oro::NatHwKey const twoAddresses =
+       natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ), at( "8.8.8.8" ),
+               at( "8.8.8.8" ) );
+   EXPECT_DEATH(
+       text( natKey( Key::natKeyTypeNone, at( "10.0.0.1" ), at( "1.1.1.1" ) ), 0, false ),
+       assertionFailure( "false" ) );
+   EXPECT_DEATH( Corvane::natEntryDescription( oneAddress, 0, NatEntryKind::defaultEntry,
+                                               false, { true, false } ),
+                 assertionFailure( "!isAddrOnlyMode()" ) );
+   // Such a key passes the commit's mode tests (no zero address, no port), so the
+   // description's check is what stops it.
+   EXPECT_DEATH( text( twoAddresses, 0, false ), assertionFailure( "isAddrOnlyMode()" ) );
+}
+
 }  // namespace

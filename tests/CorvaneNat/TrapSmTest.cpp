@@ -414,3 +414,27 @@ TEST_F( TrapSmTest, ZeroIdInARowIsWarnedInFreeEntryAndFatalInDelete ) {
 }
 
 }  // namespace
+
+// The flag's text form and its parsing back, as trap filters are shown and configured.
+TEST( TcpControlText, ReadsBackWhatItWritesAndNumbersUpTo32Bits ) {
+   struct Case {
+      char const* text;
+      bool parses;
+      U32 value;
+   } const cases[] = { { "none", true, 0 },        { "FIN", true, 1 },
+                       { "SYN", true, 2 },         { "RST", true, 4 },
+                       { "8", true, 8 },           { "4294967295", true, 0xffffffffu },
+                       { "4294967296", false, 0 }, { "00000000007", false, 0 },
+                       { "", false, 0 },           { "fin", false, 0 },
+                       { "-1", false, 0 } };
+   for ( Case const& c : cases ) {
+      TcpControl parsed( TcpControl::RST );
+      EXPECT_EQ( TcpControl::fromString( c.text, parsed ), c.parses ) << c.text;
+      EXPECT_EQ( parsed,
+                 c.parses ? TcpControl( c.value ) : TcpControl( TcpControl::RST ) )
+          << c.text;
+      if ( c.parses && c.text[0] != '0' ) {
+         EXPECT_EQ( parsed.stringValue(), c.text );
+      }
+   }
+}
