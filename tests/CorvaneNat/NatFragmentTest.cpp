@@ -1,6 +1,7 @@
 // Fragment entries as the configuration switches them: which keys get one per VLAN and
-// what the chip holds for it, freeing them all again, a TCAM too small to hold them,
-// and keys committed or removed while the feature is on.
+// what the chip holds for it, freeing them all again, and a TCAM too small to hold them.
+// (What each fragment entry holds: NatEntryRecipeTest.cpp; switching at random among
+// other steps: NatRandomTest.cpp.)
 
 #include "NatJournalLines.h"
 
@@ -272,113 +273,7 @@ TEST_F( NatFragment,
    EXPECT_EQ( snapshot(), defaults );
 }
 
-TEST_F( NatFragment, AddressOnlyDynamicKeysGetTheirUdpEntry ) {
-   start();  // not in address-only mode: dynamic keys carry one address and no port
-   rule( 1, natKey( Key::dynamicSrcNat, ipPort( "10.0.0.1" ), ipPort( "1.1.1.1" ) ) );
-   rule( 2,
-         natKey( Key::dynamicDstNat, {}, {}, ipPort( "1.1.1.2" ), ipPort( "10.0.0.2" ) ),
-         vlans( { 7 }, 0, 5 ) );
-   std::map<U32, std::string> const defaults = snapshot();
-   ASSERT_EQ( defaults.size(), 2u );
-
-   fragmentOn( true );
-   Lines added;
-   for ( Chip::FpEntry const* e : natEntries() ) {
-      if ( defaults.count( e->id() ) ) {
-         continue;
-      }
-      // No fragment qualifier here: the second entry matches UDP instead of TCP.
-      EXPECT_FALSE( e->qualifierHas( Chip::Qualifier::IpFrag ) );
-      EXPECT_FALSE( e->qualifierHas( Chip::Qualifier::TcpControl ) );
-      EXPECT_EQ( e->qualifier( Chip::Qualifier::IpProtocol ).data, 17u );
-      added.push_back(
-          e->description() + " ctrl " +
-          std::to_string( actionParam( *e, Chip::Action::AssignExtractionCtrlId ) ) );
-   }
-   std::sort( added.begin(), added.end() );
-   EXPECT_EQ( added, ( Lines{ "dynamic DNAT udp vlan 7 1.1.1.2 -> 10.0.0.2 ctrl 16",
-                              "dynamic SNAT udp 10.0.0.1 -> 1.1.1.1 ctrl 20" } ) );
-}
-
-TEST_F( NatFragment, TheFragmentEntryOfAMulticastKeyFollowsItsMulticastData ) {
-   start();
-   Oro::NatHwData data;
-   data.multicastIs( true );
-   data.mcastGroupIdIs( 0x2000005 );
-   rule(
-       1,
-       natKey( Key::staticSrcNat, ipPort( "10.0.0.1", 1000 ), ipPort( "1.1.1.1", 2000 ) ),
-       data, { 1 }, 77 );
-   fragmentOn( true );
-   std::vector<Chip::FpEntry const*> frags;
-   for ( Chip::FpEntry const* e : natEntries() ) {
-      if ( e->qualifierHas( Chip::Qualifier::IpFrag ) ) {
-         frags.push_back( e );
-      }
-   }
-   ASSERT_EQ( frags.size(), 1u );
-   Chip::FpEntry const& e = *frags[0];
-   EXPECT_EQ( e.description(), "static SNAT (multicast) 10.0.0.1 -> 1.1.1.1 " );
-   EXPECT_EQ( actionParam( e, Chip::Action::AssignOpaqueObject1 ), 77u )
-       << "the multicast uid";
-   EXPECT_EQ( actionParam( e, Chip::Action::AssignExtractionCtrlId ), 24u );
-   EXPECT_EQ( actionParam( e, Chip::Action::RedirectIpmc ), 0x2000005u );
-   EXPECT_EQ( e.qualifier( Chip::Qualifier::DstIp ).data, 0xe0000000u );
-}
-
-TEST_F( NatFragment, OnBeforeAnyKeyOrAgainChangesNothing ) {
-   start();
-   std::size_t from = mark();
-   fragmentOn( true );
-   EXPECT_TRUE( entryCalls( from ).empty() );
-   EXPECT_TRUE( worker()->fragmentEnabled() );
-
-   rule( 1, natKey( Key::staticSrcNat, ipPort( "10.0.0.1", 1000 ),
-                    ipPort( "1.1.1.1", 2000 ) ) );
-   std::map<U32, std::string> const both = snapshot();
-   ASSERT_EQ( both.size(), 2u ) << "committed with its fragment entry";
-   // The same value again is no change; a worker re-told it would find nothing to add.
-   fragmentOn( true );
-   worker()->handleFragment();
-   EXPECT_EQ( snapshot(), both );
-}
-
-TEST_F( NatFragment, OffBeforeInitializationAndOnAfterItFollowTheCommits ) {
-   chip.flashDownloadDone = false;
-   start();
-   rule( 1, natKey( Key::staticSrcNat, ipPort( "10.0.0.1", 1000 ),
-                    ipPort( "1.1.1.1", 2000 ) ) );
-   fragmentOn( true );  // no entry-id table yet: nothing to do
-   EXPECT_EQ( chipEntries(), 0u );
-   EXPECT_TRUE( worker()->fragmentEnabled() );
-
-   platform->commonData().flashDownloadWaitIs( Corvane::tcamFlashDownloadReqL3Status,
-                                               true );
-   loop().runUntilIdle();
-   ASSERT_TRUE( worker()->initialized() );
-   EXPECT_EQ( fragEntries(), ( Lines{ "uid 1 vlan 0 ctrl 20" } ) )
-       << "the pending rule is committed with its fragment entry";
-}
-
 // --- Not enough room ------------------------------------------------------------------
-
-TEST_F( NatFragment, ExactlyEnoughRoomTakesTheLastFreeEntries ) {
-   chip.tcamEntries = 4;  // two NAPT keys: two default and two fragment entries
-   start();
-   rule( 1, natKey( Key::staticSrcNat, ipPort( "10.0.0.1", 1000 ),
-                    ipPort( "1.1.1.1", 2000 ) ) );
-   rule( 2,
-         natKey( Key::staticDstNat, {}, {}, ipPort( "1.1.1.2", 80 ),
-                 ipPort( "10.0.0.2", 8080 ) ),
-         vlans( { 10 } ) );
-   NatTest::TraceCapture warnings( "ApiCorvane/0" );
-   fragmentOn( true );
-   EXPECT_EQ( fragEntries(),
-              ( Lines{ "uid 1 vlan 0 ctrl 20", "uid 2 vlan 10 ctrl 16" } ) );
-   EXPECT_TRUE( fragmentWarnings( warnings ).empty() );
-   EXPECT_TRUE( worker()->fragmentEnabled() );
-   EXPECT_EQ( worker()->natEntryManager()->entriesAvailable( 1 ), 0u );
-}
 
 TEST_F( NatFragment, OneEntryShortAddsNoneTracesAndSwitchesTheFeatureOff ) {
    chip.tcamEntries = 4;
@@ -436,37 +331,6 @@ TEST_F( NatFragment, OneEntryShortAddsNoneTracesAndSwitchesTheFeatureOff ) {
    EXPECT_TRUE( worker()->fragmentEnabled() );
    EXPECT_TRUE( capabilityStatus()->fragmentEnabled() );
    EXPECT_EQ( fragEntries(), ( Lines{ "uid 1 vlan 0 ctrl 20" } ) );
-}
-
-// --- Keys reprogrammed while the feature is on ---------------------------------------
-
-TEST_F( NatFragment, AKeyReprogrammedAfterOnUpdatesBothOfItsEntries ) {
-   start();
-   Oro::NatHwKey const key = natKey( Key::staticDstNat, {}, {}, ipPort( "1.1.1.2", 80 ),
-                                     ipPort( "10.0.0.2", 8080 ) );
-   rule( 1, key, vlans( { 10, 20 }, 6 ) );
-   fragmentOn( true );
-   std::map<U32, std::string> const before = snapshot();
-   ASSERT_EQ( before.size(), 4u );
-
-   // New protocol, VLAN 10 dropped, VLAN 30 added.
-   std::size_t from = mark();
-   rule( 1, key, vlans( { 20, 30 }, 17 ) );
-   EXPECT_EQ( answers.back().result, Result::done );
-   EXPECT_EQ( fragEntries(),
-              ( Lines{ "uid 1 vlan 20 ctrl 16", "uid 1 vlan 30 ctrl 16" } ) );
-   EXPECT_EQ( chipEntries(), 4u );
-   std::size_t reinstalls = 0;
-   for ( std::string const& call : entryCalls( from ) ) {
-      if ( call.rfind( "reinstallEntry ", 0 ) == 0 ) {
-         ++reinstalls;
-         EXPECT_TRUE( before.count( std::stoul( call.substr( 15 ) ) ) ) << call;
-      }
-   }
-   EXPECT_EQ( reinstalls, 2u ) << "VLAN 20's default and fragment entries, in place";
-   for ( Chip::FpEntry const* e : natEntries() ) {
-      EXPECT_EQ( e->qualifier( Chip::Qualifier::IpProtocol ).data, 17u ) << render( *e );
-   }
 }
 
 }  // namespace
