@@ -1,5 +1,5 @@
 // The TCAM entry manager as a plug-in uses it: ids and capacity per unit, entries in the
-// chip, lookup order through install and reinstall, hits, and the journal's records.
+// chip, and the journal's records. (Which installed entry wins a lookup: LookupTest.cpp.)
 
 #include <gmock/gmock.h>
 
@@ -31,11 +31,6 @@ protected:
    }
    Chip::FieldProcessor& fp( int unit = 1 ) {
       return chip->unit( unit )->fieldProcessor();
-   }
-   U32 lookupSrc( U32 src ) {
-      Chip::Packet p;
-      p.src = src;
-      return chip->lookup( 1, natGroup, p, 1 );
    }
 
    Chip::ChipModel::Ptr chip = Chip::ChipModel::ChipModelIs();
@@ -97,30 +92,6 @@ TEST_F( EntryManagerTest, IdsAreUniquePerUnitAcrossGroups ) {
    EXPECT_EQ( e->group(), natGroup );
    EXPECT_EQ( e->description(), "on unit 2" );
    EXPECT_FALSE( e->installed() );
-}
-
-TEST_F( EntryManagerTest, InstallOrderDecidesAmongEqualPriorities ) {
-   U32 a = get(), b = get(), low = get();
-   for ( U32 id : { a, b, low } ) {
-      fp().qualifierIs( id, Chip::Qualifier::SrcIp, 0x0a000001, 0xffffffff );
-   }
-   nat->setPriorityForEntry( 1, a, 1 );
-   nat->setPriorityForEntry( 1, b, 1 );
-   EXPECT_EQ( lookupSrc( 0x0a000001 ), 0u );  // nothing installed yet
-   nat->installEntry( 1, low );
-   nat->installEntry( 1, b );
-   nat->installEntry( 1, a );
-   EXPECT_EQ( lookupSrc( 0x0a000001 ), b );
-   nat->reinstallEntry( 1, b );
-   EXPECT_EQ( lookupSrc( 0x0a000001 ), b );
-   EXPECT_EQ( lookupSrc( 0x0a000001 ), b );
-   EXPECT_EQ( nat->hitsForEntry( 1, b ), 3u );
-   EXPECT_EQ( nat->hitsForEntry( 1, a ), 0u );
-   nat->releaseEntry( 1, b );
-   EXPECT_EQ( lookupSrc( 0x0a000001 ), a );
-   nat->releaseEntry( 1, a );
-   EXPECT_EQ( lookupSrc( 0x0a000001 ), low );
-   EXPECT_EQ( nat->hitsForEntry( 1, 999 ), 0u );
 }
 
 TEST_F( EntryManagerTest, EveryCallIsJournaled ) {
