@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
-#include <set>
 
 #include "CorvaneNat/NatShowCommand.h"
 #include "platform/agent/PluginLoader.h"
@@ -539,35 +538,6 @@ TEST_F( NatShowCommand, ATableRebuiltBetweenSlicesNeitherRepeatsNorLosesRows ) {
    std::map<std::string, int> const after = hwKeyCounts( out );
    EXPECT_EQ( after.size(), before.size() );
    expectEachOnceNoneLost( before, after );
-}
-
-TEST_F( NatShowCommand, ABookmarkSetFromOutsideResumesAfterIt ) {
-   start();
-   rules( 1, 30 );
-   // The table's own order: the order the rows were inserted in.
-   std::vector<Oro::NatHwKey> order;
-   for ( auto row = table()->first(); row; row = Corvane::EntryIdTable::next( *row ) ) {
-      order.push_back( row->key() );
-   }
-   ASSERT_EQ( order.size(), 30u );
-   EXPECT_EQ( order.front(), keys[1] );
-   EXPECT_EQ( order.back(), keys[30] );
-   HandDriven hand( worker() );
-   std::string out = hand.slice();
-   ASSERT_EQ( hand.request->entryBookmark(), order[0] );
-   hand.request->entryBookmarkIs( order[10] );
-   out += hand.finish();
-
-   std::set<std::string> written;
-   for ( auto const& object : hwKeyCounts( out ) ) {
-      EXPECT_EQ( object.second, 1 ) << object.first;
-      written.insert( object.first.substr( 0, object.first.rfind( ", vlan: " ) ) );
-   }
-   std::set<std::string> expected = { order[0].stringValue() };
-   for ( std::size_t i = 11; i < order.size(); ++i ) {
-      expected.insert( order[i].stringValue() );
-   }
-   EXPECT_EQ( written, expected );
 }
 
 // --- Creating the request -----------------------------------------------------------

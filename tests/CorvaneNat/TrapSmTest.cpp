@@ -244,24 +244,6 @@ TEST_F( TrapSmTest, TrapEntriesActBeforeQualifyingAndTcpControlEntriesAfter ) {
        "add add setPriorityForEntry installEntry" );
 }
 
-TEST_F( TrapSmTest, ActionRecipesAddTheirActionsInOrderAndInstallNothing ) {
-   start();
-   U32 const id = groupManager()
-                      ->unboundedEntryManager( natsim::natGroup )
-                      ->getEntry( 1, "probe", CorvaneTcam::RequestKey() );
-   std::size_t const from = mark();
-   TrapSm::setTrapToCpuAction( 1, id );
-   TrapSm::setSkipCpuAction( 1, id );
-   TrapSm::setSkipEvxltAction( 1, id );
-   EXPECT_EQ( callsOn( id, from, true ),
-              "add[\"bcmFieldActionCopyToCpu\", 0, 0] add[\"bcmFieldActionDrop\", 0, 0] "
-              "add[\"bcmFieldActionCosQCpuNew\", 6, 0] "
-              "add[\"bcmFieldActionCopyToCpuCancel\", 0, 0] "
-              "add[\"bcmFieldActionDropCancel\", 0, 0] "
-              "add[\"bcmFieldActionAssignExtractionCtrlId\", 0, 31]" );
-   EXPECT_FALSE( fp().entry( id )->installed() );
-}
-
 TEST_F( TrapSmTest, DescriptionsOfAnyAndOfMasksThatAreNoPrefix ) {
    start();
    publish( acl( keyA, { anyRule,
