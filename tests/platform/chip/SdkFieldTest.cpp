@@ -1,7 +1,7 @@
 // Field-processor calls of the SDK shim: what reads back, the return codes of bad
 // requests, and switching the journal off. (The journal lines of each call, and the
 // actions an entry holds through reprogramming, are checked where the plug-in makes
-// them: tests/CorvaneNat/NatProgramTest.cpp, NatCommitTest.cpp, TrapSmTest.cpp.)
+// them: tests/CorvaneNat/NatCommitTest.cpp and TrapSmTest.cpp.)
 
 #include <gmock/gmock.h>
 
