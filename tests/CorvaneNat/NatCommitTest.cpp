@@ -297,6 +297,20 @@ TEST_F( NatCommit, DroppedVlansAreFreedAndKeptVlansKeepTheirEntries ) {
    EXPECT_EQ( fieldProcessor().entryIds(), ( std::vector<U32>{ 7, 8 } ) );
 }
 
+// doProgram of one VLAN, as tools call it, stores the entry in the key's row.
+TEST_F( NatCommit, ProgrammingOneVlanStoresItsEntryInTheRow ) {
+   start();
+   rule( 5, dnat, Data().vlans( { 10 } ).nextHop( 5 ) );
+   EXPECT_TRUE( worker()->doProgram( dnat, dnat, Data().vlans( { 10, 20 } ), 20 ) );
+   Corvane::EntryIdTableEntry const row = worker()->entryIdTable()->entry( dnat );
+   ASSERT_EQ( row.defaultEntryIds().size(), 2u );
+   EXPECT_EQ( chipEntries(), 2u );
+   EXPECT_EQ( chipEntry( row.defaultEntryId( 20 ) )
+                  ->qualifier( Chip::Qualifier::L3Ingress )
+                  .data,
+              20u );
+}
+
 TEST_F( NatCommit, SixtyFourVlansThenHalfOfThemThenNone ) {
    start();
    Oro::NatHwData all;

@@ -133,6 +133,7 @@ protected:
          EXPECT_EQ( row.first.feature(), "CorvaneNatCapacity" );
          EXPECT_EQ( row.first.table(), "IFP" );
          EXPECT_EQ( row.first.chip(), "Chip1" );
+         EXPECT_EQ( row.second.committed, 0u ) << "nothing is reserved ahead";
          out[row.first.entry()] = { row.second.used, row.second.free, row.second.max };
       }
       return out;

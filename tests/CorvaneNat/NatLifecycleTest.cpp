@@ -115,6 +115,20 @@ TEST_F( NatLifecycle, AModuleReportedTwiceKeepsItsWorker ) {
    EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 1u );
 }
 
+// A silenced root hears no module come; on again, it does.
+TEST_F( NatLifecycle, ASilencedRootDoesNotReact ) {
+   start();
+   auto const root = mounter->rootSm();
+   root->hasNotificationActiveIs( false );
+   platform->moduleIs( 2, 2 );
+   loop().runUntilIdle();
+   EXPECT_EQ( root->natWorkerSm( 2 ).ptr(), nullptr );
+   root->hasNotificationActiveIs( true );
+   platform->moduleIs( 3, 3 );
+   loop().runUntilIdle();
+   EXPECT_NE( root->natWorkerSm( 3 ).ptr(), nullptr );
+}
+
 // The library registers its log events as it loads, as the tools that show definitions
 // list them.
 TEST( NatLogEvents, AreRegisteredWithTheirSeverityTextsAndRates ) {
