@@ -115,6 +115,14 @@ TEST_F( NatLifecycle, AModuleReportedTwiceKeepsItsWorker ) {
    EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 1u );
 }
 
+// The agent finds the plug-in's mounter while it lives, and nothing once it is gone.
+TEST_F( NatLifecycle, TheMounterIsFoundWhileItLives ) {
+   start();
+   EXPECT_EQ( Corvane::NatMounter::natMounter(), mounter.ptr() );
+   mounter = nullptr;
+   EXPECT_EQ( Corvane::NatMounter::natMounter(), nullptr );
+}
+
 // A silenced root hears no module come; on again, it does.
 TEST_F( NatLifecycle, ASilencedRootDoesNotReact ) {
    start();
