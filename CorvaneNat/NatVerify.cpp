@@ -83,101 +83,102 @@ U32 expectedValue( FpEntryRecipe const& recipe, FpCall call ) {
    return step ? step->value : 0;
 }
 
+// What a read-back of one qualifier gave: the SDK's code, the data and the mask.
+template <typename T>
+struct ReadBack {
+   int rv;
+   T data;
+   T mask;
+};
+
+// The texts of a read-back's expectations: the data, the mask, and (when the read
+// fails) the expected value being unset.
+struct ReadBackTexts {
+   char const* data;
+   char const* mask;
+   char const* unset;
+};
+
+constexpr ReadBackTexts ipTexts = { "ip == ipAddr.address().value()",
+                                    "mask == ipAddr.mask()",
+                                    "ipAddr.address().value() == 0" };
+constexpr ReadBackTexts portTexts = { "port == l4Port", "mask == ( U16 )-1",
+                                      "l4Port == 0" };
+
+// A read that succeeds must give `expected` (and `expectedMask` where `maskChecked`); a
+// read that fails is right only for a qualifier that the entry must not set. A broken
+// expectation stops the process under the name of the read-back `function`.
+template <typename T>
+void checkReadBack( ReadBack<T> const& read, T expected, T expectedMask, bool maskChecked,
+                    ReadBackTexts const& texts, char const* function ) {
+   auto const expect = [function]( bool holds, char const* text ) {
+      if ( !holds ) {
+         Fwk::assertionFailed( text, __FILE__, __LINE__, function );
+      }
+   };
+   if ( read.rv == Shim::sdk_->BCM_E_NONE ) {
+      expect( read.data == expected, texts.data );
+      if ( maskChecked ) {
+         expect( read.mask == expectedMask, texts.mask );
+      }
+   } else {
+      expect( expected == 0, texts.unset );
+   }
+}
+
 }  // namespace
 
 void NatWorkerSm::doVerifySrcIp( U32 entryId, Wirel::IpAddrWithFullMask const& ipAddr ) {
-   Shim::Sdk& sdk = *Shim::sdk_;
-   U32 ip = 0;
-   U32 mask = 0;
+   U32 ip = 0, mask = 0;
    int const rv =
        CORVANE_SDK_READ( bcm_field_qualify_SrcIp_get, unit(), entryId, &ip, &mask );
-   if ( rv == sdk.BCM_E_NONE ) {
+   if ( rv == Shim::sdk_->BCM_E_NONE ) {
       NAT_TRACE( 4, "doVerifySrcIp", " entry sip " << entryId );
       NAT_TRACE( 4, "doVerifySrcIp", " sip " << Wirel::IpAddr( ip ).stringValue() );
       NAT_TRACE( 4, "doVerifySrcIp", "mask " << Wirel::IpAddr( mask ).stringValue() );
-      FWK_ASSERT_TEXT( ip == ipAddr.address().value(), "ip == ipAddr.address().value()" );
-      FWK_ASSERT_TEXT( mask == ipAddr.mask(), "mask == ipAddr.mask()" );
-   } else {
-      FWK_ASSERT_TEXT( ipAddr.address().value() == 0, "ipAddr.address().value() == 0" );
    }
+   checkReadBack( { rv, ip, mask }, ipAddr.address().value(), ipAddr.mask(), true,
+                  ipTexts, __func__ );
 }
 
 void NatWorkerSm::doVerifyDstIp( U32 entryId, Wirel::IpAddrWithFullMask const& ipAddr ) {
-   Shim::Sdk& sdk = *Shim::sdk_;
-   U32 ip = 0;
-   U32 mask = 0;
+   U32 ip = 0, mask = 0;
    int const rv =
        CORVANE_SDK_READ( bcm_field_qualify_DstIp_get, unit(), entryId, &ip, &mask );
-   if ( rv == sdk.BCM_E_NONE ) {
-      FWK_ASSERT_TEXT( ip == ipAddr.address().value(), "ip == ipAddr.address().value()" );
-      FWK_ASSERT_TEXT( mask == ipAddr.mask(), "mask == ipAddr.mask()" );
-   } else {
-      FWK_ASSERT_TEXT( ipAddr.address().value() == 0, "ipAddr.address().value() == 0" );
-   }
+   checkReadBack( { rv, ip, mask }, ipAddr.address().value(), ipAddr.mask(), true,
+                  ipTexts, __func__ );
 }
 
 void NatWorkerSm::doVerifySrcL4Port( U32 entryId, U16 l4Port ) {
-   Shim::Sdk& sdk = *Shim::sdk_;
-   U16 port = 0;
-   U16 mask = 0;
+   U16 port = 0, mask = 0;
    int const rv =
        CORVANE_SDK_READ( bcm_field_qualify_L4SrcPort_get, unit(), entryId, &port, &mask );
-   if ( rv == sdk.BCM_E_NONE ) {
-      FWK_ASSERT_TEXT( port == l4Port, "port == l4Port" );
-      if ( l4Port ) {
-         FWK_ASSERT_TEXT( mask == ( U16 )-1, "mask == ( U16 )-1" );
-      }
-   } else {
-      FWK_ASSERT_TEXT( l4Port == 0, "l4Port == 0" );
-   }
+   checkReadBack( { rv, port, mask }, l4Port, U16( -1 ), l4Port != 0, portTexts,
+                  __func__ );
 }
 
 void NatWorkerSm::doVerifyDstL4Port( U32 entryId, U16 l4Port ) {
-   Shim::Sdk& sdk = *Shim::sdk_;
-   U16 port = 0;
-   U16 mask = 0;
+   U16 port = 0, mask = 0;
    int const rv =
        CORVANE_SDK_READ( bcm_field_qualify_L4DstPort_get, unit(), entryId, &port, &mask );
-   if ( rv == sdk.BCM_E_NONE ) {
-      FWK_ASSERT_TEXT( port == l4Port, "port == l4Port" );
-      if ( l4Port ) {
-         FWK_ASSERT_TEXT( mask == ( U16 )-1, "mask == ( U16 )-1" );
-      }
-   } else {
-      FWK_ASSERT_TEXT( l4Port == 0, "l4Port == 0" );
-   }
+   checkReadBack( { rv, port, mask }, l4Port, U16( -1 ), l4Port != 0, portTexts,
+                  __func__ );
 }
 
 void NatWorkerSm::doVerifyIpProtocol( U32 entryId, U8 protocol ) {
-   Shim::Sdk& sdk = *Shim::sdk_;
-   U8 proto = 0;
-   U8 mask = 0;
+   U8 proto = 0, mask = 0;
    int const rv = CORVANE_SDK_READ( bcm_field_qualify_IpProtocol_get, unit(), entryId,
                                     &proto, &mask );
-   if ( rv == sdk.BCM_E_NONE ) {
-      FWK_ASSERT_TEXT( proto == protocol, "proto == protocol" );
-      if ( protocol ) {
-         FWK_ASSERT_TEXT( mask == 0xff, "mask == 0xff" );
-      }
-   } else {
-      FWK_ASSERT_TEXT( protocol == 0, "protocol == 0" );
-   }
+   checkReadBack( { rv, proto, mask }, protocol, U8( 0xff ), protocol != 0,
+                  { "proto == protocol", "mask == 0xff", "protocol == 0" }, __func__ );
 }
 
 void NatWorkerSm::doVerifyL3Ingress( U32 entryId, U16 vlanId ) {
-   Shim::Sdk& sdk = *Shim::sdk_;
-   U32 intf = 0;
-   U32 mask = 0;
+   U32 intf = 0, mask = 0;
    int const rv =
        CORVANE_SDK_READ( bcm_field_qualify_L3Ingress_get, unit(), entryId, &intf, &mask );
-   if ( rv == sdk.BCM_E_NONE ) {
-      FWK_ASSERT_TEXT( intf == vlanId, "intf == vlanId" );
-      if ( vlanId ) {
-         FWK_ASSERT_TEXT( mask == l3IngressMask, "mask == 0x1fff" );
-      }
-   } else {
-      FWK_ASSERT_TEXT( vlanId == 0, "vlanId == 0" );
-   }
+   checkReadBack( { rv, intf, mask }, U32( vlanId ), l3IngressMask, vlanId != 0,
+                  { "intf == vlanId", "mask == 0x1fff", "vlanId == 0" }, __func__ );
 }
 
 namespace {
