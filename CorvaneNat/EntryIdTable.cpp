@@ -11,18 +11,6 @@ EntryIdTableEntry::EntryIdTableEntry( char const*, char const* ) {
    FWK_ASSERT( !"No String constructor for EntryIdTableEntry - has collection" );
 }
 
-EntryIdTableEntry::EntryIdTableEntry( EntryIdTableEntry const& other )
-    : key_( other.key_ ),
-      defaultEntryId_( other.defaultEntryId_ ),
-      fragEntryId_( other.fragEntryId_ ),
-      dataQualifiers_( other.dataQualifiers_ ) {}
-
-EntryIdTableEntry::EntryIdTableEntry( EntryIdTableEntry&& other ) noexcept
-    : key_( other.key_ ),
-      defaultEntryId_( std::move( other.defaultEntryId_ ) ),
-      fragEntryId_( std::move( other.fragEntryId_ ) ),
-      dataQualifiers_( other.dataQualifiers_ ) {}
-
 EntryIdTableEntry& EntryIdTableEntry::operator=( EntryIdTableEntry const& other ) {
    key_ = other.key_;
    defaultEntryId_ = other.defaultEntryId_;

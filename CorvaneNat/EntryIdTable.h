@@ -22,6 +22,7 @@
 #include <iosfwd>
 #include <string>
 #include <unordered_set>
+#include <utility>
 
 #include "CorvaneNat/VlanEntryIdMap.h"
 #include "platform/fwk/Hash.h"
@@ -36,8 +37,16 @@ public:
    EntryIdTableEntry() = default;
    explicit EntryIdTableEntry( Oro::NatHwKey const& key ) : key_( key ) {}
    // Copies are values: the table's links stay with the stored row.
-   EntryIdTableEntry( EntryIdTableEntry const& other );
-   EntryIdTableEntry( EntryIdTableEntry&& other ) noexcept;
+   EntryIdTableEntry( EntryIdTableEntry const& other )
+       : key_( other.key_ ),
+         defaultEntryId_( other.defaultEntryId_ ),
+         fragEntryId_( other.fragEntryId_ ),
+         dataQualifiers_( other.dataQualifiers_ ) {}
+   EntryIdTableEntry( EntryIdTableEntry&& other ) noexcept
+       : key_( other.key_ ),
+         defaultEntryId_( std::move( other.defaultEntryId_ ) ),
+         fragEntryId_( std::move( other.fragEntryId_ ) ),
+         dataQualifiers_( other.dataQualifiers_ ) {}
    EntryIdTableEntry& operator=( EntryIdTableEntry const& other );
    EntryIdTableEntry& operator=( EntryIdTableEntry&& other ) noexcept;
    // Rows have collections and cannot be built from their text; this stops the process.
