@@ -1,7 +1,7 @@
 // TCAM managers of a restarted agent over a chip that kept its entries: the old entries
 // stay installed and matched, take room without being allocated, can be claimed, and
 // are released by the sweep at the end of the restart, so that the chip ends with
-// exactly the new agent's entries.
+// exactly the new agent's entries. (natsim's restart step: RestartTest.cpp.)
 
 #include <gmock/gmock.h>
 
@@ -17,7 +17,6 @@ using Corvane::CorvaneTcamGroupManager;
 using ::testing::ElementsAre;
 
 Corvane::TcamGroupAssignment const natGroup = 0xa0;
-Corvane::TcamGroupAssignment const otherGroup = 7;
 
 class LeftoverEntryTest : public ::testing::Test {
 protected:
@@ -27,14 +26,11 @@ protected:
       Chip::journal().clear();
       Chip::journal().enabledIs( true );
    }
-
-   Chip::FieldProcessor& fp( int unit = 1 ) {
-      return chip->unit( unit )->fieldProcessor();
-   }
    // An installed entry of the manager's group on unit 1 that matches source `src`.
-   U32 installed( CorvaneTcamEntryManager& manager, U32 src, std::string const& text ) {
-      U32 id = manager.getEntry( 1, text, CorvaneTcam::RequestKey() );
-      fp().qualifierIs( id, Chip::Qualifier::SrcIp, src, 0xffffffff );
+   U32 installed( CorvaneTcamEntryManager& manager, U32 src ) {
+      U32 id = manager.getEntry( 1, "e", CorvaneTcam::RequestKey() );
+      chip->unit( 1 )->fieldProcessor().qualifierIs( id, Chip::Qualifier::SrcIp, src,
+                                                     0xffffffff );
       manager.setPriorityForEntry( 1, id, 10 );
       manager.installEntry( 1, id );
       return id;
@@ -44,117 +40,72 @@ protected:
       p.src = src;
       return chip->lookup( 1, natGroup, p, 1 );
    }
-   std::vector<std::string> journalCalls( std::size_t from ) {
+   std::vector<std::string> journalFrom( std::size_t from ) {
       std::vector<std::string> calls;
       for ( std::size_t i = from; i < Chip::journal().size(); ++i ) {
          calls.push_back( Chip::journal().record( i ).stringValue() );
       }
       return calls;
    }
+   std::string released( int unit, U32 id ) {
+      return "releaseEntry unit=" + std::to_string( unit ) +
+             " entry=" + std::to_string( id ) + " [] rc=0";
+   }
 
    Chip::ChipModel::Ptr chip = Chip::ChipModel::ChipModelIs();
 };
 
-TEST_F( LeftoverEntryTest, AFirstAgentFindsNoLeftovers ) {
-   auto groups = CorvaneTcamGroupManager::CorvaneTcamGroupManagerIs( chip );
-   auto nat = groups->unboundedEntryManager( natGroup );
-   EXPECT_EQ( nat->leftoverEntries( 1 ), 0u );
-   EXPECT_EQ( nat->entriesAvailable( 1 ), 512u );
-   std::size_t const before = Chip::journal().size();
-   groups->leftoverEntriesRelease();
-   EXPECT_EQ( Chip::journal().size(), before ) << "nothing to sweep";
-}
-
-TEST_F( LeftoverEntryTest, OldEntriesKeepMatchingUntilTheSweepReleasesThem ) {
-   // The first agent: two NAT entries on unit 1, one on unit 2, one of another group.
+TEST_F( LeftoverEntryTest, OldEntriesMatchAndTakeRoomUntilClaimedOrSwept ) {
+   // The first agent: NAT entries on units 1 and 2, and one of another group.
    auto oldGroups = CorvaneTcamGroupManager::CorvaneTcamGroupManagerIs( chip );
    auto oldNat = oldGroups->unboundedEntryManager( natGroup );
-   U32 const oldA = installed( *oldNat, 0x0a000001, "a" );
-   U32 const oldB = installed( *oldNat, 0x0a000002, "b" );
+   U32 const oldA = installed( *oldNat, 0x0a000001 );
+   U32 const oldB = installed( *oldNat, 0x0a000002 );
+   U32 const claimed = installed( *oldNat, 0x0a000003 );
+   U32 const gone = installed( *oldNat, 0x0a000004 );
    U32 const oldUnit2 = oldNat->getEntry( 2, "c", CorvaneTcam::RequestKey() );
-   U32 const oldOther = oldGroups->unboundedEntryManager( otherGroup )
-                            ->getEntry( 1, "other", CorvaneTcam::RequestKey() );
-   EXPECT_EQ( lookupSrc( 0x0a000001 ), oldA );
+   U32 const oldOther = oldGroups->unboundedEntryManager( 7 )->getEntry(
+       1, "o", CorvaneTcam::RequestKey() );
 
    // The agent restarts: its managers are new, the chip is the same.
    oldNat = nullptr;
    oldGroups = nullptr;
    auto groups = CorvaneTcamGroupManager::CorvaneTcamGroupManagerIs( chip );
    auto nat = groups->unboundedEntryManager( natGroup );
-   nat->capacityIs( 1, 4 );
+   nat->capacityIs( 1, 6 );
    EXPECT_EQ( nat->entriesAllocated( 1 ), 0u );
-   EXPECT_EQ( nat->leftoverEntries( 1 ), 2u );
+   EXPECT_EQ( nat->leftoverEntries( 1 ), 4u );
    EXPECT_EQ( nat->leftoverEntries( 2 ), 1u );
    EXPECT_EQ( nat->entriesAvailable( 1 ), 2u ) << "the old entries still take room";
-   EXPECT_EQ( groups->unboundedEntryManager( otherGroup )->leftoverEntries( 1 ), 1u );
 
-   // The new agent programs the same rule again: a new id, installed behind the old
-   // one of equal priority, which still takes the traffic.
-   U32 const newA = installed( *nat, 0x0a000001, "a" );
-   EXPECT_NE( newA, oldA );
-   EXPECT_NE( newA, oldB );
+   EXPECT_TRUE( nat->claimEntry( 1, claimed ) );
+   EXPECT_FALSE( nat->claimEntry( 1, claimed ) ) << "claimed already";
+   EXPECT_FALSE( nat->claimEntry( 2, oldB ) ) << "not a leftover of unit 2";
+   nat->releaseEntry( 1, gone );
+   EXPECT_EQ( nat->entriesAllocated( 1 ), 1u ) << "the claimed entry";
+   EXPECT_EQ( nat->leftoverEntries( 1 ), 2u );
+
+   // The new agent programs a rule again: a new id, installed behind the old one of
+   // equal priority, which still takes the traffic.
+   U32 const newA = installed( *nat, 0x0a000001 );
    EXPECT_EQ( lookupSrc( 0x0a000001 ), oldA );
-   EXPECT_EQ( nat->entriesAllocated( 1 ), 1u );
-   EXPECT_EQ( nat->entriesAvailable( 1 ), 1u );
+   EXPECT_EQ( nat->entriesAvailable( 1 ), 2u );
 
    std::size_t const before = Chip::journal().size();
    groups->leftoverEntriesRelease();
-   EXPECT_THAT(
-       journalCalls( before ),
-       ElementsAre(
-           "releaseEntry unit=1 entry=" + std::to_string( oldOther ) + " [] rc=0",
-           "releaseEntry unit=1 entry=" + std::to_string( oldA ) + " [] rc=0",
-           "releaseEntry unit=1 entry=" + std::to_string( oldB ) + " [] rc=0",
-           "releaseEntry unit=2 entry=" + std::to_string( oldUnit2 ) + " [] rc=0" ) );
-   EXPECT_THAT( fp( 1 ).entryIds(), ElementsAre( newA ) );
-   EXPECT_EQ( fp( 2 ).entries(), 0u );
+   EXPECT_THAT( journalFrom( before ),
+                ElementsAre( released( 1, oldOther ), released( 1, oldA ),
+                             released( 1, oldB ), released( 2, oldUnit2 ) ) );
+   EXPECT_THAT( chip->unit( 1 )->fieldProcessor().entryIds(),
+                ElementsAre( claimed, newA ) );
+   EXPECT_EQ( chip->unit( 2 )->fieldProcessor().entries(), 0u );
    EXPECT_EQ( lookupSrc( 0x0a000001 ), newA ) << "the new entry takes over";
    EXPECT_EQ( lookupSrc( 0x0a000002 ), 0u ) << "nobody programmed b again";
-   EXPECT_EQ( nat->entriesAllocated( 1 ), 1u );
-   EXPECT_EQ( nat->leftoverEntries( 1 ), 0u );
-   EXPECT_EQ( nat->entriesAvailable( 1 ), 3u );
-
+   EXPECT_EQ( lookupSrc( 0x0a000003 ), claimed );
+   EXPECT_EQ( nat->entriesAvailable( 1 ), 4u );
    std::size_t const swept = Chip::journal().size();
    groups->leftoverEntriesRelease();
    EXPECT_EQ( Chip::journal().size(), swept ) << "a second sweep has nothing to do";
-}
-
-TEST_F( LeftoverEntryTest, AClaimedOrReleasedLeftoverIsNotSwept ) {
-   U32 claimed, released, swept;
-   {
-      auto oldGroups = CorvaneTcamGroupManager::CorvaneTcamGroupManagerIs( chip );
-      auto oldNat = oldGroups->unboundedEntryManager( natGroup );
-      claimed = installed( *oldNat, 0x0a000001, "claimed" );
-      released = installed( *oldNat, 0x0a000002, "released" );
-      swept = installed( *oldNat, 0x0a000003, "swept" );
-   }
-   auto groups = CorvaneTcamGroupManager::CorvaneTcamGroupManagerIs( chip );
-   auto nat = groups->unboundedEntryManager( natGroup );
-
-   std::size_t const before = Chip::journal().size();
-   EXPECT_TRUE( nat->claimEntry( 1, claimed ) );
-   EXPECT_FALSE( nat->claimEntry( 1, claimed ) ) << "claimed already";
-   EXPECT_FALSE( nat->claimEntry( 2, swept ) ) << "not a leftover of unit 2";
-   EXPECT_FALSE( nat->claimEntry( 1, 999 ) );
-   EXPECT_EQ( Chip::journal().record( before ).stringValue(),
-              "claimEntry unit=1 entry=" + std::to_string( claimed ) + " [] rc=0" );
-   EXPECT_EQ( nat->entriesAllocated( 1 ), 1u );
-   EXPECT_EQ( nat->leftoverEntries( 1 ), 2u );
-   EXPECT_EQ( fp().entry( claimed )->description(), "claimed" ) << "untouched";
-   EXPECT_TRUE( fp().entry( claimed )->installed() );
-
-   nat->releaseEntry( 1, released );
-   EXPECT_EQ( fp().entry( released ), nullptr );
-   EXPECT_EQ( nat->entriesAllocated( 1 ), 1u ) << "a leftover was never allocated";
-   EXPECT_EQ( nat->leftoverEntries( 1 ), 1u );
-
-   groups->leftoverEntriesRelease();
-   EXPECT_THAT( fp().entryIds(), ElementsAre( claimed ) );
-   EXPECT_EQ( lookupSrc( 0x0a000001 ), claimed );
-   EXPECT_EQ( nat->entriesAllocated( 1 ), 1u );
-   nat->releaseEntry( 1, claimed );
-   EXPECT_EQ( nat->entriesAllocated( 1 ), 0u ) << "a claimed entry is allocated";
-   EXPECT_EQ( fp().entries(), 0u );
 }
 
 }  // namespace
