@@ -3,7 +3,6 @@
 // exit status 2, with nothing played.
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <fstream>
 #include <regex>
@@ -26,21 +25,9 @@ std::string oneStep( std::string const& step ) {
    return R"({"steps": [)" + step + "]}";
 }
 
+using NatsimProcess::natsimIn;
 using NatsimProcess::Outcome;
-
-// A temporary folder in which natsim runs on files.
-class Workspace {
-public:
-   std::string const& dir() const { return dir_.path(); }
-   // Runs `natsim run PATH`.
-   Outcome run( std::string const& path ) const { return natsim( "run '" + path + "'" ); }
-   Outcome natsim( std::string const& args ) const {
-      return NatsimProcess::natsimIn( dir_, args );
-   }
-
-private:
-   NatsimProcess::TempDir dir_;
-};
+using NatsimProcess::TempDir;
 
 struct Case {
    char const* what;
@@ -51,12 +38,12 @@ struct Case {
 
 // With `located` false, the line and column that follow a path are not compared.
 void expectRefused( std::vector<Case> const& cases, bool located = false ) {
-   Workspace const space;
-   std::string const file = space.dir() + "/scenario.json";
+   TempDir const dir;
+   std::string const file = dir.path() + "/scenario.json";
    std::regex const location( " \\(line [0-9]+, column [0-9]+\\):" );
    for ( Case const& c : cases ) {
       std::ofstream( file, std::ios::binary | std::ios::trunc ) << c.content;
-      Outcome const run = space.run( file );
+      Outcome const run = natsimIn( dir, "run " + file );
       EXPECT_EQ( run.status, 2 ) << c.what << ": " << run.err;
       std::string const err =
           located ? run.err : std::regex_replace( run.err, location, ":" );
@@ -66,22 +53,18 @@ void expectRefused( std::vector<Case> const& cases, bool located = false ) {
 }
 
 TEST( NatsimBadInput, FilesThatAreNoScenario ) {
-   Workspace const space;
-   Outcome run = space.run( space.dir() );
-   EXPECT_EQ( run.status, 2 );
-   EXPECT_EQ( run.err, "natsim: " + space.dir() +
-                           ": is a directory (expected a scenario file)\n" );
-
-   std::string const missing = space.dir() + "/missing.json";
-   run = space.run( missing );
-   EXPECT_EQ( run.status, 2 );
-   EXPECT_EQ( run.err,
-              "natsim: " + missing + ": cannot be read (No such file or directory)\n" );
-
-   run = space.run( "/dev/zero" );
-   EXPECT_EQ( run.status, 2 ) << "an endless file stops at the size limit";
-   EXPECT_EQ( run.err,
-              "natsim: /dev/zero: is too large (expected at most 67108864 bytes)\n" );
+   TempDir const dir;
+   std::string const missing = dir.path() + "/missing.json";
+   std::pair<std::string, std::string> const cases[] = {
+       { dir.path(), "is a directory (expected a scenario file)" },
+       { missing, "cannot be read (No such file or directory)" },
+       { "/dev/zero", "is too large (expected at most 67108864 bytes)" },
+   };
+   for ( auto const& [file, message] : cases ) {
+      Outcome const run = natsimIn( dir, "run " + file );
+      EXPECT_EQ( run.status, 2 ) << file;
+      EXPECT_EQ( run.err, "natsim: " + file + ": " + message + "\n" );
+   }
 }
 
 TEST( NatsimBadInput, TextThatIsNotJson ) {
@@ -90,10 +73,6 @@ TEST( NatsimBadInput, TextThatIsNotJson ) {
        "expected '[', '{', or a literal";
    expectRefused( {
        { "empty file", "", "line 1, column 1: " + endOfInput },
-       { "blank file", "\n  \n", "line 3, column 1: " + endOfInput },
-       { "truncated in an object", R"({"steps": [{"advance": 1)",
-         "line 1, column 25: invalid JSON: syntax error while parsing object - "
-         "unexpected end of input; expected '}'" },
        { "truncated in a string", R"({"steps": [{"show": "Sho)",
          "line 1, column 25: invalid JSON: syntax error while parsing value - invalid "
          "string: missing closing quote; last read: '\"Sho'" },
@@ -140,73 +119,6 @@ TEST( NatsimBadInput, DeepNesting ) {
    } );
 }
 
-TEST( NatsimBadInput, ValuesOfTheWrongType ) {
-   std::string const key = R"("key": {"type": 1})";
-   expectRefused( {
-       { "steps an object", R"({"steps": {"advance": 1}})",
-         "steps: expected an array, got an object" },
-       { "uid a string", oneStep( R"({"natRule": {"uid": "1", )" + key + "}}" ),
-         "steps[0].natRule.uid: expected a number, got a string" },
-       { "VLAN a string", oneStep( R"({"packet": {"vlan": "10"}})" ),
-         "steps[0].packet.vlan: expected a number, got a string" },
-       { "port a fraction", oneStep( R"({"packet": {"sport": 80.5}})" ),
-         "steps[0].packet.sport: expected a whole number 0..65535, got 80.5" },
-       { "flag a number", R"({"chip": {"hitCounters": 1}})",
-         "chip.hitCounters: expected true or false, got a number" },
-       { "address a number", oneStep( R"({"packet": {"src": 167772161}})" ),
-         "steps[0].packet.src: expected a string, got a number" },
-       { "key null", oneStep( R"({"natRule": {"uid": 1, "key": null}})" ),
-         "steps[0].natRule.key: expected an object, got null" },
-       { "rules an object",
-         oneStep( R"({"trapAcl": {"name": "a", "vlan": 1, "rules": {}}})" ),
-         "steps[0].trapAcl.rules: expected an array, got an object" },
-       { "advance a string", oneStep( R"({"advance": "10"})" ),
-         "steps[0].advance: expected a number, got a string" },
-   } );
-}
-
-TEST( NatsimBadInput, ValuesOutOfRange ) {
-   std::string const rule = R"({"natRule": {"uid": 1, "key": {"type": 1)";
-   expectRefused( {
-       { "port above 16 bits", oneStep( R"({"packet": {"dport": 65536}})" ),
-         "steps[0].packet.dport: 65536 is out of range (expected 0..65535)" },
-       { "negative port", oneStep( R"({"packet": {"sport": -1}})" ),
-         "steps[0].packet.sport: -1 is out of range (expected 0..65535)" },
-       { "port in an address", oneStep( rule + R"(, "srcOld": "10.0.0.1:65536"}}})" ),
-         "steps[0].natRule.key.srcOld: \"10.0.0.1:65536\" has a port out of range "
-         "(expected 0..65535)" },
-       { "long port in an address",
-         oneStep( rule + R"(, "dstNew": "10.0.0.1:99999999999999999999"}}})" ),
-         "steps[0].natRule.key.dstNew: \"10.0.0.1:99999999999999999999\" has a port "
-         "out of range (expected 0..65535)" },
-       { "VLAN above 16 bits", oneStep( R"({"trapAcl": {"name": "a", "vlan": 65536}})" ),
-         "steps[0].trapAcl.vlan: 65536 is out of range (expected 0..65535)" },
-       { "negative VLAN in a rule",
-         oneStep( rule + R"(}, "data": {"vlans": [10, -1]}}})" ),
-         "steps[0].natRule.data.vlans[1]: -1 is out of range (expected 0..65535)" },
-       { "2^64", oneStep( R"({"verify": 18446744073709551616})" ),
-         "steps[0].verify: 1.8446744073709552e+19 is out of range (expected 0..65535)" },
-       { "2^64 as a 64-bit number",
-         oneStep( rule + R"(}, "data": {"nextHop": 18446744073709551616}}})" ),
-         "steps[0].natRule.data.nextHop: 1.8446744073709552e+19 is out of range "
-         "(expected 0..18446744073709551615)" },
-       { "below -2^63", oneStep( rule + R"(}, "field": -9223372036854775809}})" ),
-         "steps[0].natRule.field: -9.223372036854776e+18 is out of range (expected "
-         "0..4294967295)" },
-       { "2^32 entries", R"({"chip": {"tcamEntries": 4294967296}})",
-         "chip.tcamEntries: 4294967296 is out of range (expected 0..4294967295)" },
-       { "uid 0", oneStep( R"({"natRule": {"uid": 0, "key": {}}})" ),
-         "steps[0].natRule.uid: 0 is out of range (expected 1..4294967295)" },
-       { "an endless advance", oneStep( R"({"advance": 1e308})" ),
-         "steps[0].advance: 1e+308 is out of range (expected at most 1000000 seconds in "
-         "one step)" },
-       { "17 hex digits",
-         oneStep( rule + R"(}, "data": {"nextHop": "0x10000000000000000"}}})" ),
-         "steps[0].natRule.data.nextHop: \"0x10000000000000000\" is not a hex number "
-         "(expected 0x and 1 to 16 hex digits)" },
-   } );
-}
-
 TEST( NatsimBadInput, LongNamesAreCutInTheMessage ) {
    std::string const name( 5000, 'x' );
    expectRefused( {
@@ -246,16 +158,9 @@ TEST( NatsimBadInput, ValuesThatWouldStopTheAgent ) {
    std::string const noUnit =
        " (the plug-in also uses a module id as its SDK unit, so each module id must be "
        "one of the chip's units)";
-   std::string vlans = "[1";
-   for ( int i = 2; i <= 65; ++i ) {
-      vlans += "," + std::to_string( i );
-   }
-   vlans += "]";
    expectRefused( {
        { "no pipe", R"({"chip": {"pipes": 0}})",
          "chip.pipes: 0 is out of range (expected 1..16)" },
-       { "too many pipes", R"({"chip": {"pipes": 4294967295}})",
-         "chip.pipes: 4294967295 is out of range (expected 1..16)" },
        { "module 0", R"({"chip": {"modules": {"0": 1}}})",
          "chip.modules.0: module id \"0\" is not a decimal number 1..65535" },
        { "a module on a unit of another number", R"({"chip": {"modules": {"1": 65535}}})",
@@ -267,10 +172,6 @@ TEST( NatsimBadInput, ValuesThatWouldStopTheAgent ) {
          "steps[0].module.modId: module 3 has no unit 3" + noUnit },
        { "a module step of module 0", oneStep( R"({"module": {"modId": 0, "unit": 0}})" ),
          "steps[0].module.modId: 0 is out of range (expected 1..65535)" },
-       { "65 VLANs",
-         oneStep( R"({"natRule": {"uid": 1, "key": {}, "data": {"vlans": )" + vlans +
-                  "}}}" ),
-         "steps[0].natRule.data.vlans: 65 VLAN ids are too many (expected at most 64)" },
        { "leading zeros", oneStep( R"({"packet": {"src": "010.0.0.010"}})" ),
          "steps[0].packet.src: \"010.0.0.010\" is not an IPv4 address (expected "
          "a.b.c.d)" },
@@ -278,17 +179,18 @@ TEST( NatsimBadInput, ValuesThatWouldStopTheAgent ) {
 }
 
 // The command line and what playing shows: usage errors are refused input (2), a trace
-// setting that would do nothing is refused, a step that cannot be played as asked is a
-// problem, and an assertion of the plug-in ends natsim with status 3 and its text.
+// setting that would do nothing is refused, a plug-in that cannot be set up ends with 1,
+// a step that cannot be played as asked is a problem, and an assertion of the plug-in
+// ends natsim with status 3 and its text.
 TEST( NatsimBadInput, CommandLinesAndStopsSayWhatHappened ) {
-   Workspace const space;
-   std::string const file = space.dir() + "/scenario.json";
+   TempDir const dir;
+   std::string const file = dir.path() + "/scenario.json";
    struct Run {
       char const* what;
       std::string scenario;
       std::string args;
       int status;
-      std::string err;  // how standard error starts
+      std::string err;  // a part of standard error
    };
    std::string const rule =
        R"({"natRule": {"uid": 1, "key": {"type": 2, "dstOld": "1.1.1.1"}, )";
@@ -308,15 +210,18 @@ TEST( NatsimBadInput, CommandLinesAndStopsSayWhatHappened ) {
          "1\n" },
        { "a destination rule on VLAN 0", oneStep( rule + R"("data": {"vlans": [0]}}})" ),
          "run " + file, 3, "" },
+       { "a plug-in without the mounter type", "{}",
+         "run " + file + " --plugin " + TEST_PLUGIN_PATH, 1,
+         "registers no mounter type \"Corvane::NatMounter\"" },
        { "a show with two modules",
          R"({"chip": {"modules": {"1": 1, "2": 2}}, "steps": [{"show": "ShowCorvaneNatSlice"}]})",
          "run " + file, 3, "" },
    };
    for ( Run const& r : runs ) {
       std::ofstream( file, std::ios::trunc ) << r.scenario;
-      Outcome const run = space.natsim( r.args );
+      Outcome const run = natsimIn( dir, r.args );
       EXPECT_EQ( run.status, r.status ) << r.what << ": " << run.err;
-      EXPECT_EQ( run.err.rfind( r.err, 0 ), 0u ) << r.what << ": " << run.err;
+      EXPECT_NE( run.err.find( r.err ), std::string::npos ) << r.what << ": " << run.err;
       if ( r.status == 3 ) {
          EXPECT_NE( run.err.find( "Assertion `" ), std::string::npos ) << r.what;
          EXPECT_TRUE( run.out.empty() ) << r.what << ": no result after the stop";

@@ -12,7 +12,6 @@
 
 #include "NatsimProcess.h"
 #include "tests/RegexLiteral.h"
-#include "tools/natsim/Scenario.h"
 
 namespace {
 
@@ -25,55 +24,6 @@ Outcome playFault( std::string const& name, std::string const& args = "--json" )
    NatsimProcess::TempDir const dir;
    return NatsimProcess::natsimIn(
        dir, "run " + std::string( EXAMPLES_DIR ) + "/faults/" + name + " " + args );
-}
-
-TEST( NatsimFaults, TheSdkFailureStepIsReadLikeEveryStep ) {
-   natsim::Scenario scenario;
-   natsim::ScenarioError error;
-   ASSERT_TRUE( natsim::parseScenario(
-       R"({"steps": [{"sdkFailure": {"call": "soc_mem_write", "rc": -2147483648}},
-                     {"sdkFailure": {"call": "bcm_field_action_add", "rc": -1, "nth": 7}}]})",
-       &scenario, &error ) )
-       << error.what();
-   auto const& first = std::get<natsim::SdkFailureStep>( scenario.steps[0] );
-   EXPECT_EQ( first.call, "soc_mem_write" );
-   EXPECT_EQ( first.rc, -2147483647 - 1 );
-   EXPECT_EQ( first.nth, 1u ) << "the very next call by default";
-   EXPECT_EQ( std::get<natsim::SdkFailureStep>( scenario.steps[1] ).nth, 7u );
-   EXPECT_STREQ( natsim::stepKindName( scenario.steps[1] ), "sdkFailure" );
-
-   struct Case {
-      std::string step;
-      std::string error;
-   };
-   Case const cases[] = {
-       { R"({"rc": -1})", "steps[0].sdkFailure: missing member \"call\"" },
-       { R"({"call": "soc_mem_read"})", "steps[0].sdkFailure: missing member \"rc\"" },
-       { R"({"call": "soc_mem_read", "rc": -1, "times": 2})",
-         "steps[0].sdkFailure: unknown member \"times\" (known: call, rc, nth)" },
-       { R"({"call": "getEntry", "rc": -1})",
-         "steps[0].sdkFailure.call: \"getEntry\" is not an SDK call that can fail "
-         "(known: bcm_field_qualify_MyStationHit, " },
-       { R"({"call": 5, "rc": -1})",
-         "steps[0].sdkFailure.call: expected a string, got a number" },
-       { R"({"call": "soc_mem_read", "rc": 0})",
-         "steps[0].sdkFailure.rc: 0 is not an SDK error code (expected a negative whole "
-         "number -2147483648..-1)" },
-       { R"({"call": "soc_mem_read", "rc": -2147483649})",
-         "steps[0].sdkFailure.rc: -2147483649 is not an SDK error code" },
-       { R"({"call": "soc_mem_read", "rc": -1.5})",
-         "steps[0].sdkFailure.rc: -1.5 is not an SDK error code" },
-       { R"({"call": "soc_mem_read", "rc": "-1"})",
-         "steps[0].sdkFailure.rc: expected a number, got a string" },
-       { R"({"call": "soc_mem_read", "rc": -1, "nth": 0})",
-         "steps[0].sdkFailure.nth: 0 is out of range (expected 1..4294967295)" },
-   };
-   for ( Case const& c : cases ) {
-      std::string const text = R"({"steps": [{"sdkFailure": )" + c.step + "}]}";
-      EXPECT_FALSE( natsim::parseScenario( text, &scenario, &error ) ) << c.step;
-      EXPECT_THAT( error.path + ": " + error.message, testing::StartsWith( c.error ) )
-          << c.step;
-   }
 }
 
 TEST( NatsimFaults, AFailingSdkCallStopsTheAgentWithItsErrorLine ) {

@@ -126,12 +126,4 @@ TEST( Natsim, KeepsTheJournalAsAskedAndTheTablesCountEveryCall ) {
        << bad.err;
 }
 
-TEST( Natsim, ExplainsAPlugInWithoutTheMounterType ) {
-   Outcome run = natsimRun( "{}", std::string( "--plugin " ) + TEST_PLUGIN_PATH );
-   EXPECT_EQ( run.status, 1 );
-   EXPECT_NE( run.err.find( "registers no mounter type \"Corvane::NatMounter\"" ),
-              std::string::npos )
-       << run.err;
-}
-
 }  // namespace

@@ -188,23 +188,18 @@ TEST( Restart, RebuildsEveryEntryThenReleasesTheOldOnes ) {
    EXPECT_LT( lastInstall, firstRelease );
 
    // Every transaction is answered again by both modules, with its request field.
-   std::multiset<std::string> answers;
-   for ( auto const& a : after.result["answers"] ) {
-      if ( a["step"] == restartStep ) {
-         answers.insert( std::to_string( a["module"].get<int>() ) + " uid " +
-                         std::to_string( a["uid"].get<int>() ) + " result " +
-                         std::to_string( a["result"].get<int>() ) + " field " +
-                         std::to_string( a["field"].get<int>() ) );
-      }
-   }
-   std::multiset<std::string> expected;
+   std::vector<std::string> expected;
    for ( int module : { 1, 2 } ) {
       for ( int uid = 1; uid <= 7; ++uid ) {
-         expected.insert( std::to_string( module ) + " uid " + std::to_string( uid ) +
-                          " result 1 field " + ( uid == 2 ? "9" : "0" ) );
+         expected.push_back( json( { { "module", module },
+                                     { "uid", uid },
+                                     { "result", 1 },
+                                     { "field", uid == 2 ? 9 : 0 } } )
+                                 .dump() );
       }
    }
-   EXPECT_EQ( answers, expected );
+   std::sort( expected.begin(), expected.end() );
+   EXPECT_EQ( answersFrom( after.result, restartStep ), expected );
 
    // Nothing is left over: what the NAT group has allocated is what the chip holds.
    for ( auto const& row : after.result["capacity"] ) {
