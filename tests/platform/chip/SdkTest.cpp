@@ -52,7 +52,6 @@ TEST_F( SdkTest, BadRequestsAreRefusedAndChangeNothing ) {
    U32 value = 0;
    std::vector<std::pair<int, int>> const calls = {
        { s.bcm_field_qualify_DstIp( 1, id + 1, 1, 1 ), s.BCM_E_NOT_FOUND },
-       { s.bcm_field_qualify_DstIp( 3, id, 1, 1 ), s.BCM_E_UNIT },
        { s.bcm_field_qualify_DstIp_get( 1, id, &value, &value ), s.BCM_E_NOT_FOUND },
        { s.bcm_field_qualify_IpFrag( 1, id, 2 ), s.BCM_E_PARAM },
        { s.bcm_field_qualify_ExactMatch( 1, id, 0, 2, 1, 1 ), s.BCM_E_PARAM },
@@ -61,18 +60,13 @@ TEST_F( SdkTest, BadRequestsAreRefusedAndChangeNothing ) {
          s.BCM_E_NOT_FOUND },
        { s.soc_mem_read( 1, s.L4_PORT_XLATEm, s.MEM_BLOCK_ANY, 64, row.data() ),
          s.BCM_E_PARAM },
-       { s.soc_mem_write( 1, s.L4_PORT_XLATEm, s.MEM_BLOCK_ALL, -1, row.data() ),
-         s.BCM_E_PARAM },
        { s.soc_mem_write( 1, s.MCAST_XLATE_TYPESr, s.MEM_BLOCK_ALL, 0, row.data() ),
          s.BCM_E_PARAM },
-       { s.soc_mem_write( 1, s.L4_PORT_XLATEm, 5, 0, row.data() ), s.BCM_E_PARAM },
        { s.soc_mem_write( 2, s.L4_PORT_XLATEm, s.MEM_BLOCK_ALL, 0, row.data() ),
          s.BCM_E_UNIT },
        { s.soc_mem_field32_set( 1, s.L4_PORT_XLATEm, row.data(), s.OPAQUE_STRENGTHf, 7 ),
          s.BCM_E_PARAM },
        { s.soc_reg32_get( 1, s.MCAST_XLATE_TYPESr, 3, 0, &value ), s.BCM_E_PORT },
-       { s.soc_reg32_set( 1, s.MCAST_XLATE_TYPESr, s.REG_PORT_ANY, 1, 0 ),
-         s.BCM_E_PARAM },
        { s.soc_reg32_set( 1, s.L4_PORT_XLATEm, s.REG_PORT_ANY, 0, 0 ), s.BCM_E_PARAM },
        { s.soc_reg32_set( 9, s.MCAST_XLATE_TYPESr, s.REG_PORT_ANY, 0, 0 ), s.BCM_E_UNIT },
    };

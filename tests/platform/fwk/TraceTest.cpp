@@ -53,11 +53,8 @@ TEST_F( TraceTest, SettingEnablesTheLevelsItNamesAndIgnoresMalformedItems ) {
        { "*/3", "3", "3" },
        { "Api/2-4,7,Other/9-9", "2,3,4,7", "9" },
        { " Api / 1 , 2 ,,", "1,2", "" },
-       { "Api/1,Api/5,*", all, "" },
        // Malformed: reversed or out-of-range levels, junk, levels without a handle.
        { "Api/4-2,3,10,1-12", "3", "" },
-       { "3,Api/1", "1", "" },
-       { "Other/1,/3,4", "", "1" },
        { "Api/-,1--2,0-,,5", "5", "" },
    };
    Fwk::TraceHandle api( "Api" );
@@ -98,13 +95,6 @@ TEST_F( TraceTest, LevelsThatAreOnEmitTheFunctionFollowedByTheMessage ) {
    EXPECT_EQ( records[0].line(), "doInit flash download true mountGroup ready false" );
    EXPECT_EQ( records[1].line(), "traceFromNamedFunction done" );
    EXPECT_EQ( records[2].function + records[3].function, "thenelse" );
-
-   // Without a sink, lines go to standard error.
-   Fwk::traceSinkIs( nullptr )( Fwk::TraceRecord{ "Handed", 1, "back", "" } );
-   EXPECT_EQ( records.size(), 5u );
-   testing::internal::CaptureStderr();
-   FWK_TRACE( handle, 8, "doInit", " ready " << true );
-   EXPECT_EQ( testing::internal::GetCapturedStderr(), "EmitApi/8 doInit ready true\n" );
 }
 
 }  // namespace

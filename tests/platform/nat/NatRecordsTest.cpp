@@ -1,6 +1,6 @@
 // The NAT records: which keys are address-only NAT, the data's bounds and equality over
-// every field, and the trap and hit-count keys. (What the NAT entities hold and announce
-// is seen through the plug-in's tests, which publish and read them as upstream, agent and
+// every field, and the hit-count keys. (What the NAT entities hold and announce is seen
+// through the plug-in's tests, which publish and read them as upstream, agent and
 // plug-in do.)
 
 #include <gmock/gmock.h>
@@ -13,7 +13,6 @@
 #include "platform/fwk/Assert.h"
 #include "platform/nat/NatHwData.h"
 #include "platform/nat/NatHwKey.h"
-#include "platform/nat/NatTrapConfig.h"
 #include "platform/nat/TcamHitCountStatus.h"
 
 namespace {
@@ -22,7 +21,6 @@ using CorvaneNat::TcamHitCountKey;
 using Oro::NatAclId;
 using Oro::NatHwData;
 using Oro::NatHwKey;
-using Oro::NatTrapKey;
 using Wirel::IntfId;
 using Wirel::IpAddr;
 using Wirel::IpAddrWithFullMask;
@@ -61,7 +59,6 @@ TEST( NatHwKeyTest, AddrOnlyNatIsADynamicKeyWithAZeroOldAddress ) {
        { NatHwKey::dynamicDstNat, host, host, zeroWithPort, host, true },
        { NatHwKey::dynamicSrcNat, host, unset, host, unset, false },  // new ones ignored
        { NatHwKey::dynamicDstNat, host, host, host, host, false },
-       { NatHwKey::natKeyTypeNone, unset, unset, unset, unset, false },
        { NatHwKey::staticSrcNat, unset, unset, unset, unset, false },
        { NatHwKey::twiceNatDst, unset, host, unset, host, false },
        { static_cast<NatHwKey::NatKeyType>( 7 ), unset, unset, unset, unset, false },
@@ -88,7 +85,6 @@ TEST( NatHwDataTest, ArraysHold64AndBeyondIsARangeErrorThatChangesNothing ) {
    EXPECT_EQ( d.egressIntf( 63 ), IntfId( 1063 ) );
    NatHwData const before = d;
    EXPECT_EQ( rangeError( [&] { d.vlanIdAppend( 1 ); } ), vlanRange );
-   EXPECT_EQ( rangeError( [&] { d.vlanId( 64 ); } ), vlanRange );
    EXPECT_EQ( rangeError( [&] { d.vlanId( 0xffffffffu ); } ), vlanRange );
    EXPECT_EQ( rangeError( [&] { d.egressIntfAppend( IntfId( 1 ) ); } ), egressRange );
    EXPECT_EQ( rangeError( [&] { d.egressIntfIs( 64, IntfId( 1 ) ); } ), egressRange );
@@ -150,13 +146,7 @@ void expectKeysDistinct( K const& base, K const& same, std::vector<K> const& var
    }
 }
 
-TEST( NatKeysTest, TrapAndHitCountKeysAreEqualExactlyWhenEveryFieldIs ) {
-   NatTrapKey const trap( "inside", 10 );
-   expectKeysDistinct( trap, NatTrapKey( std::string( "ins" ) + "ide", 10 ),
-                       { NatTrapKey( "inside", 11 ), NatTrapKey( "insidf", 10 ),
-                         NatTrapKey( "insid", 10 ), NatTrapKey( "", 10 ) } );
-   EXPECT_EQ( trap.stringValue(), "aclName: inside, vlanId: 10" );
-
+TEST( NatKeysTest, HitCountKeysAreEqualExactlyWhenEveryFieldIs ) {
    auto hitKey = [] {
       return TcamHitCountKey( TcamHitCountKey::dynamicSrcNat, IpAddr( 0x0a000001 ), 1024,
                               IpAddr( 0xc0000201 ), 80, 6 );

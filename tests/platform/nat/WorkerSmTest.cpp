@@ -115,11 +115,6 @@ TEST_F( WorkerSmTest, CapabilityConfigurationDrivesModesAndStatus ) {
    worker->fragmentEnabledIs( true );  // no change, not handled again
    EXPECT_EQ( worker->fragmentChanges, ( std::vector<bool>{ false, true } ) );
    EXPECT_TRUE( status->fragmentEnabled() );
-
-   TestWorker::Ptr bare( new TestWorker( nullptr, nullptr, nullptr ) );
-   bare->initializedIs( true );
-   loop.runUntilIdle();
-   EXPECT_FALSE( bare->isAddrOnlyMode() ) << "no configuration: modes are off";
 }
 
 }  // namespace

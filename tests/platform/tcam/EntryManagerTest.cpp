@@ -40,9 +40,7 @@ TEST_F( EntryManagerTest, CapacityPerUnitAndZeroWhenFull ) {
    EXPECT_EQ( nat->entriesAvailable( 1 ), 512u );
    nat->capacityIs( 1, 2 );
    U32 a = get(), b = get();
-   EXPECT_NE( a, 0u );
-   EXPECT_NE( b, 0u );
-   EXPECT_NE( a, b );
+   EXPECT_TRUE( a != 0 && b != 0 && a != b );
    EXPECT_EQ( get(), 0u );
    EXPECT_EQ( fp().entries(), 2u );  // nothing created when full
    EXPECT_EQ( nat->entriesAllocated( 1 ), 2u );
@@ -62,21 +60,20 @@ TEST_F( EntryManagerTest, CapacityPerUnitAndZeroWhenFull ) {
 
 TEST_F( EntryManagerTest, ReleaseOfZeroUnknownOrForeignIdsDoesNothing ) {
    auto other = groups->unboundedEntryManager( 7 );
+   EXPECT_EQ( groups->unboundedEntryManager( natGroup ), nat ) << "one per group";
    U32 mine = get();
    U32 theirs = other->getEntry( 1, "other", CorvaneTcam::RequestKey() );
    nat->releaseEntry( 1, 0 );
    nat->releaseEntry( 1, 999 );
    nat->releaseEntry( 1, theirs );
    nat->releaseEntry( 3, mine );  // no such unit
-   EXPECT_NE( fp().entry( theirs ), nullptr );
-   EXPECT_NE( fp().entry( mine ), nullptr );
+   EXPECT_TRUE( fp().entry( theirs ) && fp().entry( mine ) );
    EXPECT_EQ( nat->entriesAllocated( 1 ), 1u );
    EXPECT_EQ( other->entriesAllocated( 1 ), 1u );
    EXPECT_EQ( nat->getEntry( 3, "no unit", CorvaneTcam::RequestKey() ), 0u );
 }
 
 TEST_F( EntryManagerTest, IdsAreUniquePerUnitAcrossGroups ) {
-   EXPECT_EQ( groups->unboundedEntryManager( natGroup ), nat ) << "one per group";
    auto other = groups->unboundedEntryManager( 7 );
    std::set<U32> ids;
    for ( int i = 0; i < 20; ++i ) {
