@@ -67,7 +67,9 @@ TEST( NatsimBadInput, FilesThatAreNoScenario ) {
    }
 }
 
-TEST( NatsimBadInput, TextThatIsNotJson ) {
+TEST( NatsimBadInput, TextThatIsNoScenario ) {
+   int const depth = 100000;
+   std::string const name( 5000, 'x' );
    std::string const endOfInput =
        "invalid JSON: syntax error while parsing value - unexpected end of input; "
        "expected '[', '{', or a literal";
@@ -78,11 +80,6 @@ TEST( NatsimBadInput, TextThatIsNotJson ) {
          "string: missing closing quote; last read: '\"Sho'" },
        { "binary (JPEG)", std::string( "\xff\xd8\xff\xe0\x00\x10JFIF", 10 ),
          "line 1, column 1: byte 0xff is not text (expected JSON in UTF-8)" },
-       { "binary (ELF)",
-         std::string( "\x7f"
-                      "ELF\x02\x01\x01\x00",
-                      8 ),
-         "line 1, column 8: byte 0x00 is not text (expected JSON in UTF-8)" },
        { "NUL after a document", std::string( "{}\n\0{\"steps\": 1}", 16 ),
          "line 2, column 1: byte 0x00 is not text (expected JSON in UTF-8)" },
        { "not UTF-8 in a string", "{\"agent\": \"caf\xe9\"}",
@@ -96,15 +93,7 @@ TEST( NatsimBadInput, TextThatIsNotJson ) {
        { "a number beyond a double", "{\n \"steps\": [{\"advance\": 1e400}]}",
          "line 2, column 24: the number 1e400 is out of range (expected at most about "
          "1.8e308 in size)" },
-       { "a negative number beyond a double", R"({"agent": -1e99999})",
-         "line 1, column 11: the number -1e99999 is out of range (expected at most "
-         "about 1.8e308 in size)" },
-   } );
-}
-
-TEST( NatsimBadInput, DeepNesting ) {
-   int const depth = 100000;
-   expectRefused( {
+       // Nesting deeper than any parser's stack.
        { "nested arrays", repeated( "[", depth ) + repeated( "]", depth ),
          "expected an object, got an array" },
        { "nested objects", repeated( R"({"a": )", depth ) + "1" + repeated( "}", depth ),
@@ -116,12 +105,7 @@ TEST( NatsimBadInput, DeepNesting ) {
        { "nesting cut short", repeated( "[", depth ),
          "line 1, column 100001: invalid JSON: syntax error while parsing value - "
          "unexpected end of input; expected '[', '{', or a literal" },
-   } );
-}
-
-TEST( NatsimBadInput, LongNamesAreCutInTheMessage ) {
-   std::string const name( 5000, 'x' );
-   expectRefused( {
+       // Long names are cut in the message, never inside a character.
        { "a long step name", oneStep( "{\"" + name + "\": 1}" ),
          "steps[0]: unknown step \"" + name.substr( 0, 60 ) +
              "\"... (known: natRule, natRuleRemove, trapAcl, trapAclRemove, mcastMode, "
@@ -152,32 +136,6 @@ TEST( NatsimBadInput, FaultsFoundAfterParsingNameTheirLine ) {
        true );
 }
 
-// Values the reader took before and that then stopped the agent on the chip or an SDK
-// error, or leaked a record's internal message; and text it took that is no address.
-TEST( NatsimBadInput, ValuesThatWouldStopTheAgent ) {
-   std::string const noUnit =
-       " (the plug-in also uses a module id as its SDK unit, so each module id must be "
-       "one of the chip's units)";
-   expectRefused( {
-       { "no pipe", R"({"chip": {"pipes": 0}})",
-         "chip.pipes: 0 is out of range (expected 1..16)" },
-       { "module 0", R"({"chip": {"modules": {"0": 1}}})",
-         "chip.modules.0: module id \"0\" is not a decimal number 1..65535" },
-       { "a module on a unit of another number", R"({"chip": {"modules": {"1": 65535}}})",
-         "chip.modules.1: module 1 has no unit 1" + noUnit },
-       { "two modules on one unit", R"({"chip": {"modules": {"1": 1, "2": 1}}})",
-         "chip.modules.2: module 2 has no unit 2" + noUnit },
-       { "a module step onto a unit in use",
-         oneStep( R"({"module": {"modId": 3, "unit": 1}})" ),
-         "steps[0].module.modId: module 3 has no unit 3" + noUnit },
-       { "a module step of module 0", oneStep( R"({"module": {"modId": 0, "unit": 0}})" ),
-         "steps[0].module.modId: 0 is out of range (expected 1..65535)" },
-       { "leading zeros", oneStep( R"({"packet": {"src": "010.0.0.010"}})" ),
-         "steps[0].packet.src: \"010.0.0.010\" is not an IPv4 address (expected "
-         "a.b.c.d)" },
-   } );
-}
-
 // The command line and what playing shows: usage errors are refused input (2), a trace
 // setting that would do nothing is refused, a plug-in that cannot be set up ends with 1,
 // a step that cannot be played as asked is a problem, and an assertion of the plug-in
@@ -197,7 +155,6 @@ TEST( NatsimBadInput, CommandLinesAndStopsSayWhatHappened ) {
    Run const runs[] = {
        { "no file", "{}", "run", 2, "FILE is required" },
        { "an unknown option", "{}", "--bogus", 2, "The following argument" },
-       { "help", "{}", "--help", 0, "" },
        { "a trace of no handle", "{}", "run " + file + " --trace garbage", 2,
          "natsim: --trace: \"garbage\": no trace handle is named \"garbage\"\n" },
        { "a trace of no level", "{}", "run " + file + " --trace ApiCorvane/12", 2,

@@ -8,16 +8,14 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 namespace NatsimProcess {
 
 inline std::string readFile( std::string const& path ) {
    std::ifstream in( path );
-   std::ostringstream text;
-   text << in.rdbuf();
-   return text.str();
+   return std::string( std::istreambuf_iterator<char>( in ), {} );
 }
 
 // A temporary folder, removed with everything in it when the object goes.

@@ -1,7 +1,6 @@
-// Reading natsim scenarios in the process: the values every step kind carries, the
-// path and message of each kind of fault, and one step read alone, as the server reads
-// it. (BadInputTest.cpp runs natsim on bad
-// files and checks the whole line it prints.)
+// Reading natsim scenarios in the process: the values every step kind carries and the
+// path and message of each kind of fault. (BadInputTest.cpp runs natsim on bad files and
+// checks the whole line it prints; ServeTest.cpp reads single steps.)
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -94,12 +93,6 @@ TEST( ScenarioTest, EveryStepKindCarriesItsValues ) {
               std::make_tuple( "Other", false, 3u, 4u, false, false, true, true, false,
                                false, true, true ) );
    EXPECT_EQ( c.modules, ( std::map<U16, U16>{ { 1, 1 }, { 2, 2 } } ) );
-   std::vector<std::string> kinds;
-   for ( natsim::Step const& step : s.steps ) {
-      kinds.push_back( natsim::stepKindName( step ) );
-   }
-   EXPECT_EQ( kinds, std::vector<std::string>( natsim::stepKindNames().begin(),
-                                               natsim::stepKindNames().end() ) );
    ASSERT_EQ( s.steps.size(), 16u );
 
    auto const& rule = std::get<natsim::NatRuleStep>( s.steps[0] );
@@ -176,7 +169,8 @@ TEST( ScenarioTest, StepsTakeTheChipWhereverItStandsAndListsUpToCapacity ) {
 }
 
 // One fault a line: a step (or after "doc", a whole scenario), "=>", and how the
-// reader's "<path>: <message>" starts.
+// reader's "<path>: <message>" starts. Some are values the reader took before that then
+// stopped the agent on the chip or an SDK error.
 char const faults[] = R"(doc {} x => line 1, column 4: invalid JSON
 doc {"chips": {}} => unknown member "chips" (known: agent, chip, nat, steps)
 doc {"chip": {"tcam": 1}} => chip: unknown member "tcam" (known: natSupported, modules,
@@ -184,6 +178,13 @@ doc {"chip": {"modules": {"x": 1}}} => chip.modules.x: module id "x" is not a de
 doc {"chip": {"modules": {"1": 65536}}} => chip.modules.1: 65536 is out of range (expected 0..65535)
 doc {"nat": {"addrOnlyMode": 1}} => nat.addrOnlyMode: expected true or false, got a number
 doc {"steps": {"advance": 1}} => steps: expected an array, got an object
+doc {"chip": {"pipes": 0}} => chip.pipes: 0 is out of range (expected 1..16)
+doc {"chip": {"modules": {"0": 1}}} => chip.modules.0: module id "0" is not a decimal number 1..65535
+doc {"chip": {"modules": {"1": 65535}}} => chip.modules.1: module 1 has no unit 1 (the plug-in also uses a module id as its SDK unit, so each module id must be one of the chip's units)
+doc {"chip": {"modules": {"1": 1, "2": 1}}} => chip.modules.2: module 2 has no unit 2 (the plug-in
+{"module": {"modId": 3, "unit": 1}} => steps[0].module.modId: module 3 has no unit 3 (the plug-in
+{"module": {"modId": 0, "unit": 0}} => steps[0].module.modId: 0 is out of range (expected 1..65535)
+{"packet": {"src": "010.0.0.010"}} => steps[0].packet.src: "010.0.0.010" is not an IPv4 address (expected a.b.c.d)
 doc {"steps": [{"verify": 1}, {"advance": -0.5}]} => steps[1].advance: -0.5 is out of range (expected 0 or more seconds)
 {"natRule": {"uid": 1, "key": {"srcOld": "1.1.1.1", "srcOld": "1.1.1.2"}}} => steps[0].natRule.key: member "srcOld" is given twice
 {"natRules": {}} => steps[0]: unknown step "natRules" (known: natRule, natRuleRemove, trapAcl,
@@ -242,35 +243,6 @@ TEST( ScenarioTest, EachFaultNamesItsPlaceAndWhatWasExpected ) {
               "(expected at most 64)" );
    EXPECT_THAT( faultOf( "{\n  \"steps\": [\n  }" ),
                 testing::StartsWith( "line 3, column 3: invalid JSON: syntax error" ) );
-}
-
-TEST( ScenarioTest, OneStepAloneTakesTheChipsModulesAndNamesFaultsFromTheStep ) {
-   natsim::ChipConfig chip;
-   chip.modules = { { 3, 1 }, { 7, 2 } };
-   natsim::Step step = natsim::AdvanceStep{ 1 };
-   ScenarioError error;
-   ASSERT_TRUE( natsim::parseStep(
-       R"({"natRule": {"uid": 9, "key": {"srcOld": "1.2.3.4"}}})", chip, &step, &error ) )
-       << error.what();
-   auto const& rule = std::get<natsim::NatRuleStep>( step );
-   EXPECT_EQ( rule.uid, 9u );
-   EXPECT_EQ( rule.key.srcIpAndPortOld().ip(), ip( "1.2.3.4" ) );
-   EXPECT_EQ( rule.modules, ( std::vector<U16>{ 3, 7 } ) );
-
-   std::pair<std::string, std::string> const cases[] = {
-       { R"({"natRule": {"uid": 1, "key": {"srcOld": "1.2.3.400"}}})",
-         "natRule.key.srcOld: \"1.2.3.400\" is not an IPv4 address" },
-       { "[1]", "expected a step (an object with one member), got an array" },
-       { R"({"advance": 1)", "line 1, column 14: invalid JSON" },
-       { R"({"trapAcl": {"name": "a", "vlan": 1, "vlan": 2}})",
-         "trapAcl: member \"vlan\" is given twice" },
-   };
-   for ( auto const& [text, what] : cases ) {
-      natsim::Step kept = natsim::VerifyStep{ 5 };
-      EXPECT_FALSE( natsim::parseStep( text, chip, &kept, &error ) ) << text;
-      EXPECT_THAT( error.what(), testing::StartsWith( what ) );
-      EXPECT_EQ( std::get<natsim::VerifyStep>( kept ).modId, 5 ) << "left as it was";
-   }
 }
 
 }  // namespace

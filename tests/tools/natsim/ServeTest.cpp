@@ -36,9 +36,9 @@ public:
       sockaddr_un address{};
       address.sun_family = AF_UNIX;
       std::strncpy( address.sun_path, path.c_str(), sizeof( address.sun_path ) - 1 );
-      EXPECT_EQ( ::connect( fd_, reinterpret_cast<sockaddr*>( &address ),
-                            sizeof( address ) ),
-                 0 )
+      EXPECT_EQ(
+          ::connect( fd_, reinterpret_cast<sockaddr*>( &address ), sizeof( address ) ),
+          0 )
           << path;
       timeval bound{ 60, 0 };
       ::setsockopt( fd_, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof( bound ) );
