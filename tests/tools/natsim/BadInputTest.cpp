@@ -15,7 +15,7 @@ namespace {
 // `text` repeated `n` times.
 std::string repeated( std::string const& text, int n ) {
    std::string all;
-   for ( int i = 0; i < n; ++i ) {
+   while ( n-- > 0 ) {
       all += text;
    }
    return all;
@@ -75,17 +75,12 @@ TEST( NatsimBadInput, TextThatIsNoScenario ) {
        "expected '[', '{', or a literal";
    expectRefused( {
        { "empty file", "", "line 1, column 1: " + endOfInput },
-       { "truncated in a string", R"({"steps": [{"show": "Sho)",
-         "line 1, column 25: invalid JSON: syntax error while parsing value - invalid "
-         "string: missing closing quote; last read: '\"Sho'" },
        { "binary (JPEG)", std::string( "\xff\xd8\xff\xe0\x00\x10JFIF", 10 ),
          "line 1, column 1: byte 0xff is not text (expected JSON in UTF-8)" },
        { "NUL after a document", std::string( "{}\n\0{\"steps\": 1}", 16 ),
          "line 2, column 1: byte 0x00 is not text (expected JSON in UTF-8)" },
        { "not UTF-8 in a string", "{\"agent\": \"caf\xe9\"}",
          "line 1, column 15: byte 0xe9 is not text (expected JSON in UTF-8)" },
-       { "a UTF-16 surrogate in UTF-8", "{\"agent\": \"\xed\xa0\x80\"}",
-         "line 1, column 12: byte 0xed is not text (expected JSON in UTF-8)" },
        // Found by the fuzzer: the parser quotes a multi-byte character cut in half.
        { "a character in place of a value", "{\"steps\": [{\"packet\":\xde\x84}]}",
          "line 1, column 22: invalid JSON: syntax error while parsing value - invalid "
@@ -94,17 +89,12 @@ TEST( NatsimBadInput, TextThatIsNoScenario ) {
          "line 2, column 24: the number 1e400 is out of range (expected at most about "
          "1.8e308 in size)" },
        // Nesting deeper than any parser's stack.
-       { "nested arrays", repeated( "[", depth ) + repeated( "]", depth ),
+       { "nested arrays", std::string( depth, '[' ) + std::string( depth, ']' ),
          "expected an object, got an array" },
        { "nested objects", repeated( R"({"a": )", depth ) + "1" + repeated( "}", depth ),
          "unknown member \"a\" (known: agent, chip, nat, steps)" },
-       { "nested arrays in a step",
-         oneStep( R"({"mcastMode": {"types": )" + repeated( "[", depth ) +
-                  repeated( "]", depth ) + "}}" ),
-         "steps[0].mcastMode.types[0]: expected a number, got an array" },
-       { "nesting cut short", repeated( "[", depth ),
-         "line 1, column 100001: invalid JSON: syntax error while parsing value - "
-         "unexpected end of input; expected '[', '{', or a literal" },
+       { "nesting cut short", std::string( depth, '[' ),
+         "line 1, column 100001: " + endOfInput },
        // Long names are cut in the message, never inside a character.
        { "a long step name", oneStep( "{\"" + name + "\": 1}" ),
          "steps[0]: unknown step \"" + name.substr( 0, 60 ) +
@@ -155,12 +145,17 @@ TEST( NatsimBadInput, CommandLinesAndStopsSayWhatHappened ) {
    Run const runs[] = {
        { "no file", "{}", "run", 2, "FILE is required" },
        { "an unknown option", "{}", "--bogus", 2, "The following argument" },
+       { "a journal of no call", "{}", "run " + file + " --journal getEntries", 2,
+         "natsim: --journal: \"getEntries\" is not a call the journal records" },
+       { "a journal file that cannot be written",
+         oneStep( R"({"natRule": {"uid": 1, "key": {"srcOld": "10.0.0.1"}}})" ),
+         "run " + file + " --journal-file /dev/full", 1,
+         "natsim: --journal-file: cannot write /dev/full" },
        { "a trace of no handle", "{}", "run " + file + " --trace garbage", 2,
          "natsim: --trace: \"garbage\": no trace handle is named \"garbage\"\n" },
        { "a trace of no level", "{}", "run " + file + " --trace ApiCorvane/12", 2,
          "natsim: --trace: \"ApiCorvane/12\": \"12\" are no levels (expected 0..9, a "
          "range a-b or *)\n" },
-       { "a trace that applies", "{}", "run " + file + " --trace ApiCorvane/0,4", 0, "" },
        { "removing an unknown ACL",
          oneStep( R"({"trapAclRemove": {"name": "x", "vlan": 1}})" ), "run " + file, 0,
          "natsim: step 0: trapAclRemove: the trap config holds no ACL \"x\" on VLAN "

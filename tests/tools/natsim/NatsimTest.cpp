@@ -49,12 +49,9 @@ TEST( Natsim, PlaysAScenarioThroughAPlugInIntoTheResultDocument ) {
    EXPECT_EQ( journal[1], nlohmann::json::parse( R"({"step": 0, "call":
       "bcm_field_qualify_SrcIp", "unit": 1, "entry": 1, "args": [167772161, 4294967295],
       "rc": 0})" ) );
-   EXPECT_EQ( journal[2]["args"],
-              nlohmann::json::parse( R"(["bcmFieldActionDropCancel", 0, 0])" ) );
    EXPECT_EQ( journal[5]["call"], "getEntry" );
    EXPECT_EQ( journal[5]["entry"], 0 ) << "full: no id";
    EXPECT_EQ( journal.back()["call"], "releaseEntry" );
-   EXPECT_EQ( journal.back()["step"], 6 );
 
    EXPECT_EQ( result["packets"][0]["entry"], 1 );
    EXPECT_EQ( result["packets"][1]["entry"], 0 );
@@ -110,19 +107,6 @@ TEST( Natsim, KeepsTheJournalAsAskedAndTheTablesCountEveryCall ) {
        std::string::npos )
        << "a destination rule without VLANs is answered without an entry\n"
        << tables.out;
-
-   Outcome const full = run( "--journal-file /dev/full" );
-   EXPECT_EQ( full.status, 1 );
-   EXPECT_NE( full.err.find( "--journal-file: cannot write /dev/full" ),
-              std::string::npos )
-       << full.err;
-
-   Outcome const bad = run( "--journal getEntries" );
-   EXPECT_EQ( bad.status, 2 );
-   EXPECT_NE(
-       bad.err.find( "--journal: \"getEntries\" is not a call the journal records" ),
-       std::string::npos )
-       << bad.err;
 }
 
 }  // namespace

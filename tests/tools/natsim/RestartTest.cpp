@@ -1,8 +1,8 @@
 // The restart step as a user sees it in natsim's result document, with the NAT plug-in:
 // the restarted agent rebuilds exactly the entries the chip held (modulo ids), the old
 // entries keep taking traffic until the new ones are in and are then released, nothing
-// is left over, the hitless-init phase ends with the restart, and transactions pending
-// at the restart are answered after it.
+// is left over, and transactions pending at the restart are answered after it. (The
+// hitless-init phase itself: tests/CorvaneNat/NatCommitTest.cpp.)
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -20,7 +20,7 @@ namespace {
 using nlohmann::json;
 
 struct Played {
-   int status = -1;
+   int status;
    json result;  // the result document when natsim finished
    std::string err;
 };
@@ -62,20 +62,18 @@ json const restart = json::parse( R"([{"restart": {}}])" );
 
 // What the chip holds, without what a restart may change: entry ids and hit counters.
 // Per unit, the entries sorted by their text, and the memories, registers and controls.
-json chipModuloIds( json const& result ) {
-   json out = json::array();
-   for ( json unit : result["chip"] ) {
+json chipModuloIds( json chip ) {
+   for ( json& unit : chip ) {
       std::vector<std::string> entries;
-      for ( json entry : unit["entries"] ) {
+      for ( json& entry : unit["entries"] ) {
          entry.erase( "id" );
          entry.erase( "hits" );
          entries.push_back( entry.dump() );
       }
       std::sort( entries.begin(), entries.end() );
       unit["entries"] = entries;
-      out.push_back( unit );
    }
-   return out;
+   return chip;
 }
 
 // The ids of the chip's entries per unit.
@@ -111,61 +109,9 @@ std::string answer( int module, int uid, int field ) {
        .dump();
 }
 
-TEST( Restart, RebuildsEveryEntryThenReleasesTheOldOnes ) {
-   Played const before = natsim( everything );
-   Played const after = natsim( concat( everything, restart ) );
-   ASSERT_EQ( before.status, 0 ) << before.err;
-   ASSERT_EQ( after.status, 0 ) << after.err;
-   int const restartStep = static_cast<int>( everything.size() );
-   EXPECT_EQ( chipModuloIds( after.result ), chipModuloIds( before.result ) );
-
-   // The restart takes a new entry for each one the chip had (a new id: the old ones
-   // are all released) and installs them all before it releases any old one.
-   auto const oldIds = entryIds( before.result );
-   auto const newIds = entryIds( after.result );
-   ASSERT_EQ( oldIds.size(), 2u );
-   std::map<int, std::set<unsigned>> taken, released;
-   std::size_t lastInstall = 0, firstRelease = 0, index = 0;
-   for ( auto const& record : after.result["journal"] ) {
-      if ( record["step"] != restartStep ) {
-         continue;
-      }
-      ++index;
-      if ( record["call"] == "getEntry" ) {
-         taken[record["unit"]].insert( record["entry"].get<unsigned>() );
-      } else if ( record["call"] == "installEntry" ) {
-         lastInstall = index;
-      } else if ( record["call"] == "releaseEntry" ) {
-         released[record["unit"]].insert( record["entry"].get<unsigned>() );
-         firstRelease = firstRelease ? firstRelease : index;
-      }
-   }
-   EXPECT_EQ( taken, newIds );
-   EXPECT_EQ( released, oldIds );
-   EXPECT_LT( lastInstall, firstRelease );
-
-   // Every transaction is answered again by both modules, with its request field.
-   std::vector<std::string> expected;
-   for ( int module : { 1, 2 } ) {
-      for ( int uid = 1; uid <= 7; ++uid ) {
-         expected.push_back( answer( module, uid, uid == 2 ? 9 : 0 ) );
-      }
-   }
-   std::sort( expected.begin(), expected.end() );
-   EXPECT_EQ( answers( after.result, restartStep ), expected );
-
-   // Nothing is left over: what the NAT group has allocated is what the chip holds.
-   for ( auto const& row : after.result["capacity"] ) {
-      if ( row["entry"] == "NAT" ) {
-         int const unit = row["chip"] == "Chip1" ? 1 : 2;
-         EXPECT_EQ( row["used"].get<std::size_t>(), newIds.at( unit ).size() );
-         EXPECT_EQ( row["used"].get<unsigned>() + row["free"].get<unsigned>(), 64u );
-      }
-   }
-   EXPECT_TRUE( after.result["problems"].empty() );
-}
-
-TEST( Restart, TheRestartedAgentVerifiesAndTakesNewRulesAndRemovals ) {
+// The restarted agent rebuilds what the chip held, answers every transaction again,
+// verifies, and takes new rules and removals: it ends as an agent that never restarted.
+TEST( Restart, RebuildsEveryEntryThenReleasesTheOldOnesAndGoesOnAsBefore ) {
    json const later = json::parse( R"([
       {"verify": 1}, {"verify": 2},
       {"natRule": {"uid": 8, "key": {"type": 1, "srcOld": "10.0.0.8:80",
@@ -180,16 +126,66 @@ TEST( Restart, TheRestartedAgentVerifiesAndTakesNewRulesAndRemovals ) {
                          "dstOld": "198.51.100.7", "srcNew": "203.0.113.3",
                          "dstNew": "192.0.2.7"}}},
       {"verify": 1}])" );
+   Played const before = natsim( everything );
    Played const plain = natsim( concat( everything, later ) );
    Played const restarted = natsim( concat( concat( everything, restart ), later ) );
+   ASSERT_EQ( before.status, 0 ) << before.err;
    ASSERT_EQ( plain.status, 0 ) << plain.err;
    ASSERT_EQ( restarted.status, 0 ) << restarted.err;
-   EXPECT_EQ( chipModuloIds( restarted.result ), chipModuloIds( plain.result ) );
-   int const first = static_cast<int>( everything.size() );
-   EXPECT_EQ( answers( restarted.result, first + 1 ), answers( plain.result, first ) );
+   int const restartStep = static_cast<int>( everything.size() );
+
+   // The restart takes a new entry for each one the chip had and installs them all
+   // before it releases any old one; it releases exactly the old ones.
+   auto const oldIds = entryIds( before.result );
+   ASSERT_EQ( oldIds.size(), 2u );
+   std::map<int, std::set<unsigned>> taken, released;
+   std::size_t lastInstall = 0, firstRelease = 0, index = 0;
+   for ( auto const& record : restarted.result["journal"] ) {
+      if ( record["step"] != restartStep ) {
+         continue;
+      }
+      ++index;
+      if ( record["call"] == "getEntry" ) {
+         taken[record["unit"]].insert( record["entry"].get<unsigned>() );
+      } else if ( record["call"] == "installEntry" ) {
+         lastInstall = index;
+      } else if ( record["call"] == "releaseEntry" ) {
+         released[record["unit"]].insert( record["entry"].get<unsigned>() );
+         firstRelease = firstRelease ? firstRelease : index;
+      }
+   }
+   EXPECT_EQ( released, oldIds );
+   for ( auto const& [unit, ids] : oldIds ) {
+      EXPECT_EQ( taken[unit].size(), ids.size() ) << "unit " << unit;
+   }
+   EXPECT_LT( lastInstall, firstRelease );
+
+   // Every transaction is answered again by both modules, with its request field.
+   std::vector<std::string> expected;
+   for ( int module : { 1, 2 } ) {
+      for ( int uid = 1; uid <= 7; ++uid ) {
+         expected.push_back( answer( module, uid, uid == 2 ? 9 : 0 ) );
+      }
+   }
+   std::sort( expected.begin(), expected.end() );
+   EXPECT_EQ( answers( restarted.result, restartStep, restartStep ), expected );
+
+   EXPECT_EQ( chipModuloIds( restarted.result["chip"] ),
+              chipModuloIds( plain.result["chip"] ) );
+   EXPECT_EQ( answers( restarted.result, restartStep + 1 ),
+              answers( plain.result, restartStep ) );
    EXPECT_EQ( restarted.result["packets"].back()["description"],
               plain.result["packets"].back()["description"] );
    EXPECT_NE( restarted.result["packets"].back()["entry"], 0 );
+   // Nothing is left over: what the NAT group has allocated is what the chip holds.
+   auto const newIds = entryIds( restarted.result );
+   for ( auto const& row : restarted.result["capacity"] ) {
+      if ( row["entry"] == "NAT" ) {
+         int const unit = row["chip"] == "Chip1" ? 1 : 2;
+         EXPECT_EQ( row["used"].get<std::size_t>(), newIds.at( unit ).size() );
+         EXPECT_EQ( row["used"].get<unsigned>() + row["free"].get<unsigned>(), 64u );
+      }
+   }
    EXPECT_TRUE( restarted.result["problems"].empty() );
 }
 
@@ -252,52 +248,5 @@ TEST( Restart, OldEntriesTakeTheTrafficAndTransactionsWaitUntilTheNewAgentIsUp )
                            "static SNAT  10.0.0.3 -> 203.0.113.3  hits 0" } ) )
        << "the old entry's hits went with it";
 }
-
-TEST( Restart, ARuleWaitingForTheFlashDownloadIsAnsweredAfterTheRestart ) {
-   Played const run =
-       natsim( json::parse( R"([
-      {"natRule": {"uid": 1, "key": {"type": 1, "srcOld": "10.0.0.1",
-                   "srcNew": "203.0.113.1"}, "field": 7}},
-      {"restart": {}},
-      {"flashDownload": {"req": 3}},
-      {"verify": 1}])" ),
-               { { "modules", { { "1", 1 } } }, { "flashDownloadDone", false } } );
-   ASSERT_EQ( run.status, 0 ) << run.err;
-   EXPECT_EQ( run.result["answers"], json::parse( R"([
-      {"step": 2, "module": 1, "uid": 1, "result": 1, "field": 7}])" ) );
-   ASSERT_EQ( run.result["chip"][0]["entries"].size(), 1u );
-   EXPECT_EQ( run.result["chip"][0]["entries"][0]["description"],
-              "static SNAT  10.0.0.1 -> 203.0.113.1 " );
-}
-
-// The step always restarts hitlessly, whatever the chip's flag said at start, and the
-// phase ends with it: module sets count again, and a clean shadow entry is an error.
-class RestartPhase : public ::testing::TestWithParam<bool> {};
-
-TEST_P( RestartPhase, EndsWithTheRestart ) {
-   json const chip = { { "hitlessRestart", GetParam() } };
-   json const steps = json::parse( R"([
-      {"natRule": {"uid": 1, "key": {"type": 1, "srcOld": "10.0.0.1",
-                   "srcNew": "203.0.113.1"}}},
-      {"restart": {}},
-      {"natRule": {"uid": 2, "key": {"type": 1, "srcOld": "10.0.0.2",
-                   "srcNew": "203.0.113.2"}, "modules": [1]}}])" );
-   Played const run = natsim( steps, chip );
-   ASSERT_EQ( run.status, 0 ) << run.err;
-   EXPECT_EQ( answers( run.result, 2 ), std::vector<std::string>{ answer( 1, 2, 0 ) } );
-   EXPECT_EQ( run.result["chip"][0]["entries"].size(), 2u );
-   EXPECT_EQ( run.result["chip"][1]["entries"].size(), 1u );
-
-   json clean = steps;
-   clean[2]["natRule"]["dirty"] = 0;
-   clean[2]["natRule"].erase( "modules" );
-   Played const stopped = natsim( clean, chip );
-   EXPECT_NE( stopped.status, 0 );
-   EXPECT_NE( stopped.err.find( "invalid hw access with clean shadow" ),
-              std::string::npos )
-       << stopped.err;
-}
-
-INSTANTIATE_TEST_SUITE_P( ChipFlag, RestartPhase, ::testing::Bool() );
 
 }  // namespace

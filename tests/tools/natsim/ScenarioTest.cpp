@@ -53,6 +53,9 @@ IpAddr ip( char const* text ) {
    return address;
 }
 
+// Every step kind and member is read. Values are checked for the steps that carry
+// records (rule, removal, ACL, packet, failure); the others are seen where natsim plays
+// them.
 TEST( ScenarioTest, EveryStepKindCarriesItsValues ) {
    Scenario const s = parsed( R"({"steps": [
          {"natRule": {"uid": 4294967295, "mcastUid": 7,
@@ -123,31 +126,20 @@ TEST( ScenarioTest, EveryStepKindCarriesItsValues ) {
        std::tie( r.seq, r.permit, r.src, r.dst, r.pool ),
        std::make_tuple( 20u, false, IpAddrWithFullMask( ip( "10.0.0.7" ), 0xffffffffu ),
                         IpAddrWithFullMask( ip( "192.168.0.0" ), 0xffff0000u ), true ) );
-   EXPECT_EQ( std::get<natsim::TrapAclRemoveStep>( s.steps[3] ).vlan, 10 );
-   EXPECT_TRUE( std::get<natsim::McastModeStep>( s.steps[4] ).types.empty() );
-   EXPECT_EQ( std::get<natsim::ModuleStep>( s.steps[5] ).unit, 3 );
-   EXPECT_EQ( std::get<natsim::ModuleRemoveStep>( s.steps[6] ).modId, 2 );
-   EXPECT_FALSE( std::get<natsim::MountGroupReadyStep>( s.steps[7] ).ready );
-   auto const& flash = std::get<natsim::FlashDownloadStep>( s.steps[8] );
-   EXPECT_EQ( std::tie( flash.req, flash.done ), std::make_tuple( 3u, false ) );
-   EXPECT_TRUE( std::get<natsim::FragmentEnabledStep>( s.steps[9] ).enabled );
    auto const& p = std::get<natsim::PacketStep>( s.steps[10] );
    EXPECT_EQ( std::tie( p.unit, p.src, p.dst, p.proto, p.sport, p.dport, p.vlan, p.frag,
                         p.tcpFlags, p.emHit, p.myStation, p.srcClass, p.count ),
               std::make_tuple( std::optional<U16>( 2 ), 0x01020304u, 0x05060708u, 17, 0,
                                65535, 4095, natsim::Frag::notFirst, 2 | 16 | 32, true,
                                false, 12u, 1000u ) );
-   EXPECT_EQ( std::get<natsim::AdvanceStep>( s.steps[11] ).seconds, 10.5 );
-   EXPECT_EQ( std::get<natsim::ShowStep>( s.steps[12] ).command, "ShowCorvaneNatSlice" );
-   EXPECT_EQ( std::get<natsim::VerifyStep>( s.steps[13] ).modId, 1 );
    auto const& failure = std::get<natsim::SdkFailureStep>( s.steps[14] );
    EXPECT_EQ( std::tie( failure.call, failure.rc, failure.nth ),
               std::make_tuple( "soc_mem_write", -2147483647 - 1, 7u ) );
 }
 
 // Steps are read as the parser meets them when the chip came first, and after the whole
-// document otherwise; either way a rule takes the chip's modules, and a fault of the
-// document as a whole is reported before a step's. Lists are kept up to the record's
+// document otherwise (a fault of the document as a whole is then reported before a
+// step's); either way a rule takes the chip's modules. Lists are kept up to the record's
 // capacity.
 TEST( ScenarioTest, StepsTakeTheChipWhereverItStandsAndListsUpToCapacity ) {
    std::string const chip = R"("chip": {"modules": {"3": 3, "1": 1}})";
@@ -164,8 +156,6 @@ TEST( ScenarioTest, StepsTakeTheChipWhereverItStandsAndListsUpToCapacity ) {
       EXPECT_EQ( rule.data.vlanId( 63 ), 64 );
       EXPECT_EQ( rule.data.egressIntfs(), 64u );
    }
-   EXPECT_THAT( faultOf( R"({"chip": {}, "steps": [{"advance": -1}], "stepz": []})" ),
-                testing::StartsWith( "unknown member \"stepz\"" ) );
 }
 
 // One fault a line: a step (or after "doc", a whole scenario), "=>", and how the
@@ -173,9 +163,9 @@ TEST( ScenarioTest, StepsTakeTheChipWhereverItStandsAndListsUpToCapacity ) {
 // stopped the agent on the chip or an SDK error.
 char const faults[] = R"(doc {} x => line 1, column 4: invalid JSON
 doc {"chips": {}} => unknown member "chips" (known: agent, chip, nat, steps)
+doc {"chip": {}, "steps": [{"advance": -1}], "stepz": []} => unknown member "stepz"
 doc {"chip": {"tcam": 1}} => chip: unknown member "tcam" (known: natSupported, modules,
 doc {"chip": {"modules": {"x": 1}}} => chip.modules.x: module id "x" is not a decimal number 1..65535
-doc {"chip": {"modules": {"1": 65536}}} => chip.modules.1: 65536 is out of range (expected 0..65535)
 doc {"nat": {"addrOnlyMode": 1}} => nat.addrOnlyMode: expected true or false, got a number
 doc {"steps": {"advance": 1}} => steps: expected an array, got an object
 doc {"chip": {"pipes": 0}} => chip.pipes: 0 is out of range (expected 1..16)
@@ -183,26 +173,22 @@ doc {"chip": {"modules": {"0": 1}}} => chip.modules.0: module id "0" is not a de
 doc {"chip": {"modules": {"1": 65535}}} => chip.modules.1: module 1 has no unit 1 (the plug-in also uses a module id as its SDK unit, so each module id must be one of the chip's units)
 doc {"chip": {"modules": {"1": 1, "2": 1}}} => chip.modules.2: module 2 has no unit 2 (the plug-in
 {"module": {"modId": 3, "unit": 1}} => steps[0].module.modId: module 3 has no unit 3 (the plug-in
-{"module": {"modId": 0, "unit": 0}} => steps[0].module.modId: 0 is out of range (expected 1..65535)
 {"packet": {"src": "010.0.0.010"}} => steps[0].packet.src: "010.0.0.010" is not an IPv4 address (expected a.b.c.d)
 doc {"steps": [{"verify": 1}, {"advance": -0.5}]} => steps[1].advance: -0.5 is out of range (expected 0 or more seconds)
 {"natRule": {"uid": 1, "key": {"srcOld": "1.1.1.1", "srcOld": "1.1.1.2"}}} => steps[0].natRule.key: member "srcOld" is given twice
 {"natRules": {}} => steps[0]: unknown step "natRules" (known: natRule, natRuleRemove, trapAcl,
 {"advance": 1, "verify": 1} => steps[0]: a step has exactly one member, got 2
 "advance" => steps[0]: expected a step (an object with one member), got a string
-{"natRule": 5} => steps[0].natRule: expected an object, got a number
 {"natRule": {"key": {}}} => steps[0].natRule: missing member "uid"
 {"restart": {"hitless": false}} => steps[0].restart: unknown member "hitless" (a restart takes no members: {})
 {"natRule": {"uid": "1", "key": {}}} => steps[0].natRule.uid: expected a number, got a string
 {"natRule": {"uid": 1, "key": null}} => steps[0].natRule.key: expected an object, got null
 {"packet": {"sport": 80.5}} => steps[0].packet.sport: expected a whole number 0..65535, got 80.5
 {"packet": {"dport": 65536}} => steps[0].packet.dport: 65536 is out of range (expected 0..65535)
-{"packet": {"count": 0}} => steps[0].packet.count: 0 is out of range (expected 1..4294967295)
 {"natRule": {"uid": 0, "key": {}}} => steps[0].natRule.uid: 0 is out of range (expected 1..4294967295)
 {"natRule": {"uid": 1, "key": {"proto": 256}}} => steps[0].natRule.key.proto: 256 is out of range (expected 0..255)
 {"verify": 18446744073709551616} => steps[0].verify: 1.8446744073709552e+19 is out of range (expected 0..65535)
 {"natRule": {"uid": 1, "key": {}, "data": {"nextHop": 18446744073709551616}}} => steps[0].natRule.data.nextHop: 1.8446744073709552e+19 is out of range (expected 0..18446744073709551615)
-{"natRule": {"uid": 1, "key": {}, "field": -9223372036854775809}} => steps[0].natRule.field: -9.223372036854776e+18 is out of range (expected 0..4294967295)
 {"advance": 1e308} => steps[0].advance: 1e+308 is out of range (expected at most 1000000 seconds
 {"natRule": {"uid": 1, "key": {}, "data": {"nextHop": "12"}}} => steps[0].natRule.data.nextHop: "12" is not a hex number
 {"natRule": {"uid": 1, "key": {}, "data": {"nextHop": "0x10000000000000000"}}} => steps[0].natRule.data.nextHop: "0x10000000000000000" is not a hex number (expected 0x and 1 to 16 hex digits)
@@ -216,7 +202,6 @@ doc {"steps": [{"verify": 1}, {"advance": -0.5}]} => steps[1].advance: -0.5 is o
 {"packet": {"tcp": ["ACK", "syn"]}} => steps[0].packet.tcp[1]: "syn" is not a TCP flag
 {"sdkFailure": {"call": "getEntry", "rc": -1}} => steps[0].sdkFailure.call: "getEntry" is not an SDK call that can fail (known: bcm_field_qualify_MyStationHit, 
 {"sdkFailure": {"call": "soc_mem_read", "rc": 0}} => steps[0].sdkFailure.rc: 0 is not an SDK error code (expected a negative whole number -2147483648..-1)
-{"sdkFailure": {"call": "soc_mem_read", "rc": -2147483649}} => steps[0].sdkFailure.rc: -2147483649 is not an SDK error code
 )";
 
 TEST( ScenarioTest, EachFaultNamesItsPlaceAndWhatWasExpected ) {

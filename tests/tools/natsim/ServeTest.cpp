@@ -17,7 +17,6 @@
 #include <chrono>
 #include <cstring>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,45 +29,38 @@ using NatsimProcess::natsimIn;
 using NatsimProcess::TempDir;
 using nlohmann::json;
 
-class Client {
-public:
-   explicit Client( std::string const& path ) {
-      sockaddr_un address{};
-      address.sun_family = AF_UNIX;
-      std::strncpy( address.sun_path, path.c_str(), sizeof( address.sun_path ) - 1 );
-      EXPECT_EQ(
-          ::connect( fd_, reinterpret_cast<sockaddr*>( &address ), sizeof( address ) ),
-          0 )
-          << path;
-      timeval bound{ 60, 0 };
-      ::setsockopt( fd_, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof( bound ) );
-   }
-   ~Client() { ::close( fd_ ); }
-   void send( std::string const& text ) {
-      ::send( fd_, text.data(), text.size(), MSG_NOSIGNAL );
-   }
-   // Everything until the server closes the connection.
-   std::string receiveAll() {
-      std::string text;
-      char chunk[65536];
-      for ( ssize_t n; ( n = ::recv( fd_, chunk, sizeof( chunk ), 0 ) ) != 0; ) {
-         if ( n < 0 && errno != EINTR ) {
-            ADD_FAILURE() << "the server did not finish its answer";
-            break;
-         }
-         text.append( chunk, std::size_t( std::max<ssize_t>( n, 0 ) ) );
-      }
-      return text;
-   }
+// A connection to the server; reads are bounded, so that a server that stops answering
+// fails the test instead of hanging it.
+int connectTo( std::string const& path ) {
+   int const fd = ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 );
+   sockaddr_un address{};
+   address.sun_family = AF_UNIX;
+   std::strncpy( address.sun_path, path.c_str(), sizeof( address.sun_path ) - 1 );
+   EXPECT_EQ( ::connect( fd, reinterpret_cast<sockaddr*>( &address ), sizeof( address ) ),
+              0 );
+   timeval bound{ 60, 0 };
+   ::setsockopt( fd, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof( bound ) );
+   return fd;
+}
 
-private:
-   int fd_ = ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 );
-};
+// Sends `text` on `fd`, reads until the server closes the connection, and closes it.
+std::string exchange( int fd, std::string const& text ) {
+   ::send( fd, text.data(), text.size(), MSG_NOSIGNAL );
+   std::string answer;
+   char chunk[65536];
+   for ( ssize_t n; ( n = ::recv( fd, chunk, sizeof( chunk ), 0 ) ) != 0; ) {
+      if ( n < 0 && errno != EINTR ) {
+         ADD_FAILURE() << "the server did not finish its answer";
+         break;
+      }
+      answer.append( chunk, std::size_t( std::max<ssize_t>( n, 0 ) ) );
+   }
+   ::close( fd );
+   return answer;
+}
 
 std::string ask( std::string const& path, std::string const& line ) {
-   Client client( path );
-   client.send( line + "\n" );
-   return client.receiveAll();
+   return exchange( connectTo( path ), line + "\n" );
 }
 
 // The message of an error line, or "not an error: <answer>".
@@ -84,11 +76,11 @@ std::string errorOf( std::string const& answer ) {
 class Server {
 public:
    Server( TempDir const& dir, std::vector<std::string> options = {} )
-       : socket_( dir.path() + "/natsim.sock" ) {
+       : path( dir.path() + "/natsim.sock" ) {
       std::ofstream( dir.path() + "/serve.json" ) << R"({"steps": [
          {"natRule": {"uid": 4, "key": {"type": 1, "srcOld": "10.0.0.1"}}}]})";
       std::vector<std::string> args = { NATSIM_PATH, "serve", dir.path() + "/serve.json",
-                                        "--socket", socket_ };
+                                        "--socket", path };
       args.insert( args.end(), options.begin(), options.end() );
       pid_ = ::fork();
       if ( pid_ == 0 ) {
@@ -102,7 +94,7 @@ public:
          ::_exit( 127 );
       }
       struct stat st;
-      for ( int i = 0; i < 12000 && ::lstat( socket_.c_str(), &st ) != 0; ++i ) {
+      for ( int i = 0; i < 12000 && ::lstat( path.c_str(), &st ) != 0; ++i ) {
          std::this_thread::sleep_for( std::chrono::milliseconds( 10 ) );
       }
    }
@@ -111,7 +103,6 @@ public:
          stop( SIGKILL );
       }
    }
-   std::string const& socket() const { return socket_; }
    // Sends `signal`; the exit status, -1 for another end.
    int stop( int signal ) {
       ::kill( pid_, signal );
@@ -121,15 +112,16 @@ public:
       return WIFEXITED( raw ) ? WEXITSTATUS( raw ) : -1;
    }
 
+   std::string const path;
+
 private:
-   std::string socket_;
    pid_t pid_ = -1;
 };
 
 TEST( Serve, AnswersStepsAndCommandsRefusesFaultsAndRemovesItsSocket ) {
    TempDir dir;
    Server server( dir );
-   std::string const path = server.socket();
+   std::string const& path = server.path;
    struct stat st;
    ASSERT_EQ( ::lstat( path.c_str(), &st ), 0 );
    EXPECT_EQ( st.st_mode & 07777, 0600u ) << "a private socket";
@@ -172,21 +164,23 @@ TEST( Serve, AnswersStepsAndCommandsRefusesFaultsAndRemovesItsSocket ) {
 TEST( Serve, HoldsAgainstClientsThatHoldConnectionsOrNeverFinishTheirLine ) {
    TempDir dir;
    Server server( dir, { "--idle-timeout", "1.5" } );
-   std::string const path = server.socket();
-   {
-      std::vector<std::unique_ptr<Client>> held;
-      for ( int i = 0; i < 64; ++i ) {
-         held.push_back( std::make_unique<Client>( path ) );
-         held.back()->send( "Show" );  // no newline: the request goes on
-      }
-      EXPECT_EQ( errorOf( Client( path ).receiveAll() ),
-                 "too many connections (at most 64 at once); try again later" );
-      EXPECT_EQ( errorOf( held[0]->receiveAll() ),
-                 "no complete request within 1.5 seconds" );
+   std::string const& path = server.path;
+   std::vector<int> held;
+   for ( int i = 0; i < 64; ++i ) {
+      held.push_back( connectTo( path ) );
+      ::send( held.back(), "Show", 4, MSG_NOSIGNAL );  // no newline: the request goes on
    }
-   Client tooLong( path );
-   tooLong.send( std::string( 1024 * 1024 + 1, 'x' ) );
-   EXPECT_EQ( errorOf( tooLong.receiveAll() ).rfind( "request too long", 0 ), 0u );
+   EXPECT_EQ( errorOf( exchange( connectTo( path ), "" ) ),
+              "too many connections (at most 64 at once); try again later" );
+   EXPECT_EQ( errorOf( exchange( held[0], "" ) ),
+              "no complete request within 1.5 seconds" );
+   for ( std::size_t i = 1; i < held.size(); ++i ) {
+      ::close( held[i] );
+   }
+   EXPECT_EQ(
+       errorOf( exchange( connectTo( path ), std::string( 1024 * 1024 + 1, 'x' ) ) )
+           .rfind( "request too long", 0 ),
+       0u );
    EXPECT_EQ( json::parse( ask( path, R"({"advance": 60})" ) )["step"], 1 )
        << "served after all";
    EXPECT_EQ( server.stop( SIGINT ), 0 );
