@@ -27,8 +27,9 @@ Outcome playFault( std::string const& name, std::string const& args = "--json" )
        dir, "run " + std::string( EXAMPLES_DIR ) + "/faults/" + name + " " + args );
 }
 
-json played( std::string const& name, std::string const& args = "--json" ) {
-   Outcome const run = playFault( name, args );
+// The result document of examples/faults/<name>, played to its end.
+json played( std::string const& name ) {
+   Outcome const run = playFault( name );
    EXPECT_EQ( run.status, 0 ) << run.err;
    return run.status == 0 ? json::parse( run.out ) : json();
 }

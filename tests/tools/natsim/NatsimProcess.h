@@ -47,11 +47,8 @@ inline Outcome natsimIn( TempDir const& dir, std::string const& args ) {
    std::string const command = std::string( NATSIM_PATH ) + " " + args + " >" +
                                dir.path() + "/run.out 2>" + dir.path() + "/run.err";
    int const raw = std::system( command.c_str() );
-   Outcome run;
-   run.status = WIFEXITED( raw ) ? WEXITSTATUS( raw ) : -1;
-   run.out = readFile( dir.path() + "/run.out" );
-   run.err = readFile( dir.path() + "/run.err" );
-   return run;
+   return { WIFEXITED( raw ) ? WEXITSTATUS( raw ) : -1,
+            readFile( dir.path() + "/run.out" ), readFile( dir.path() + "/run.err" ) };
 }
 
 // Runs `natsim run FILE ARGS` on a scenario text written to a temporary file.

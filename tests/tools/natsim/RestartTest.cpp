@@ -58,8 +58,6 @@ json const everything = [] {
    return steps;
 }();
 
-json const restart = json::parse( R"([{"restart": {}}])" );
-
 // What the chip holds, without what a restart may change: entry ids and hit counters.
 // Per unit, the entries sorted by their text, and the memories, registers and controls.
 json chipModuloIds( json chip ) {
@@ -128,7 +126,8 @@ TEST( Restart, RebuildsEveryEntryThenReleasesTheOldOnesAndGoesOnAsBefore ) {
       {"verify": 1}])" );
    Played const before = natsim( everything );
    Played const plain = natsim( concat( everything, later ) );
-   Played const restarted = natsim( concat( concat( everything, restart ), later ) );
+   Played const restarted = natsim(
+       concat( concat( everything, json::parse( R"([{"restart": {}}])" ) ), later ) );
    ASSERT_EQ( before.status, 0 ) << before.err;
    ASSERT_EQ( plain.status, 0 ) << plain.err;
    ASSERT_EQ( restarted.status, 0 ) << restarted.err;
