@@ -1,7 +1,7 @@
 // Packet lookup in the field processor against a plain linear reference over random
 // entries: which installed entry of a group wins (priority, then install order through
-// install, reinstall, uninstall and release), fragments, qualifier widths and hit
-// counting. (The exact-match qualifier is seen in the plug-in's trap packet test.)
+// install, reinstall, uninstall and release), fragments, qualifier widths, the
+// exact-match stage's hit and hit counting.
 
 #include <gtest/gtest.h>
 
@@ -49,7 +49,8 @@ std::pair<U32, U32> refField( Qualifier q, Packet const& p ) {
        { Qualifier::IpProtocol, { p.protocol, 0xff } },
        { Qualifier::TcpControl, { p.tcpFlags, 0xff } },
        { Qualifier::L3Ingress, { p.vlan, 0x1fff } },
-       { Qualifier::MyStationHit, { p.myStationHit, 1 } } };
+       { Qualifier::MyStationHit, { p.myStationHit, 1 } },
+       { Qualifier::ExactMatch, { p.exactMatchHit, 1 } } };
    return fields.at( q );
 }
 
@@ -100,9 +101,9 @@ TEST_F( LookupTest, AgreesWithLinearReferenceOnRandomEntries ) {
    std::vector<U32> const masks = { 0xffffffff, 0xffffff00, 0, 0xffff0000 };
    std::vector<U32> const small = { 0, 6, 17, 80, 0x200a, 10 };
    std::vector<Qualifier> const qualifiers = {
-       Qualifier::SrcIp,     Qualifier::DstIp,       Qualifier::L4SrcPort,
-       Qualifier::L4DstPort, Qualifier::IpProtocol,  Qualifier::TcpControl,
-       Qualifier::L3Ingress, Qualifier::MyStationHit };
+       Qualifier::SrcIp,     Qualifier::DstIp,        Qualifier::L4SrcPort,
+       Qualifier::L4DstPort, Qualifier::IpProtocol,   Qualifier::TcpControl,
+       Qualifier::L3Ingress, Qualifier::MyStationHit, Qualifier::ExactMatch };
    std::vector<IpFragSelector> const frags = {
        IpFragSelector::Non, IpFragSelector::First, IpFragSelector::NonOrFirst,
        IpFragSelector::NotFirst, IpFragSelector::Any };
@@ -123,7 +124,11 @@ TEST_F( LookupTest, AgreesWithLinearReferenceOnRandomEntries ) {
             bool addr = qualifier == Qualifier::SrcIp || qualifier == Qualifier::DstIp;
             U32 data = addr ? pick( addrs ) : pick( small );
             U32 mask = addr ? pick( masks ) : pick( std::vector<U32>{ 0xffffffff, 0xf } );
-            fp.qualifierIs( id, qualifier, data, mask );
+            if ( qualifier == Qualifier::ExactMatch ) {
+               fp.exactMatchIs( id, 0, Chip::ExactMatchField::HitStatus, data, mask );
+            } else {
+               fp.qualifierIs( id, qualifier, data, mask );
+            }
             r.masked[qualifier] = { data, mask };
          }
          if ( what == 0 ) {
@@ -168,6 +173,7 @@ TEST_F( LookupTest, AgreesWithLinearReferenceOnRandomEntries ) {
          p.tcpFlags = U8( pick( small ) );
          p.vlan = U16( pick( small ) & 0xfff );
          p.myStationHit = pick( small ) % 2;
+         p.exactMatchHit = pick( small ) % 2;
          p.frag = Frag( std::uniform_int_distribution<int>( 0, 2 )( rng ) );
          U32 group = pick( groups );
          U32 expected = refLookup( ref, group, p );
