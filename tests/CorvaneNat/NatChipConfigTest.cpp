@@ -3,7 +3,7 @@
 // and the L3 egress-object mode, as the journal and the chip show them. (A failing or
 // tolerated code of the egress mode: FaultsTest.cpp.)
 
-#include "NatJournalLines.h"
+#include "NatTestFixture.h"
 
 #include <map>
 
@@ -85,14 +85,14 @@ TEST_F( NatChipConfig, InitializationAppliesTheDefaultsInOrder ) {
    EXPECT_EQ( b.field( 0, "OPAQUE_STRENGTH" ), 7u );
    EXPECT_EQ( b.field( 0, "L3_STRENGTH" ), 0xcu );
    EXPECT_EQ( unit.switchControls().at( Chip::SwitchControl::L3EgressMode ), 1 );
-}
 
-TEST_F( NatChipConfig, TheChipFamilyChoosesTheL4Rows ) {
+   // The chip family chooses the L4 rows.
+   TearDown();
    chip.familyTest = true;
    start();
-   Chip::Table const& l4 =
-       platform->chip().unit( 1 )->table( Chip::TableId::L4PortXlate );
-   EXPECT_EQ( l4.rowsWritten(), ( std::set<unsigned>{ 30, 31, 32, 33, 40, 41 } ) );
+   EXPECT_EQ(
+       platform->chip().unit( 1 )->table( Chip::TableId::L4PortXlate ).rowsWritten(),
+       ( std::set<unsigned>{ 30, 31, 32, 33, 40, 41 } ) );
 }
 
 TEST_F( NatChipConfig, AModeOfThreeTypesOrTheDefaultsIsAppliedOthersAreSkipped ) {

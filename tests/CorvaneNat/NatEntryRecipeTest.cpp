@@ -4,7 +4,7 @@
 // on the chip by the randomized test; the journal of a whole install and reinstall is
 // checked in NatCommitTest.cpp.
 
-#include "NatJournalLines.h"
+#include "NatTestFixture.h"
 
 #include "CorvaneNat/NatEntryRecipe.h"
 

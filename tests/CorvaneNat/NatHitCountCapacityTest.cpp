@@ -8,12 +8,7 @@
 
 namespace {
 
-using NatTest::ipPort;
-using NatTest::ipValue;
-using NatTest::Key;
-using NatTest::Lines;
-using NatTest::NatFixture;
-using NatTest::natKey;
+using namespace NatTest;
 
 class NatHitCounts : public NatFixture {
 protected:
@@ -52,22 +47,21 @@ TEST_F( NatHitCounts, DynamicKeysArePublishedPerKeyAfterEachInterval ) {
    nat.addrOnlyMode = true;  // dynamic keys carry both addresses and their ports
    start();
    Oro::NatHwKey const source =
-       natKey( Key::dynamicSrcNat, ipPort( "10.0.0.1", 1024 ), ipPort( "1.1.1.1", 2000 ),
-               ipPort( "8.8.8.8", 53 ), ipPort( "9.9.9.9", 53 ), 6 );
+       natKey( Key::dynamicSrcNat, at( "10.0.0.1", 1024 ), at( "1.1.1.1", 2000 ),
+               at( "8.8.8.8", 53 ), at( "9.9.9.9", 53 ), 6 );
    Oro::NatHwKey const destination =
-       natKey( Key::dynamicDstNat, ipPort( "7.7.7.7", 5000 ), ipPort( "7.7.7.7", 5000 ),
-               ipPort( "1.1.1.2", 80 ), ipPort( "10.0.0.2", 8080 ), 6 );
+       natKey( Key::dynamicDstNat, at( "7.7.7.7", 5000 ), at( "7.7.7.7", 5000 ),
+               at( "1.1.1.2", 80 ), at( "10.0.0.2", 8080 ), 6 );
    Oro::NatHwData perVlan;
    perVlan.vlanIdAppend( 10 );
    perVlan.vlanIdAppend( 20 );
    perVlan.nextHopIdIs( 5 );
    rule( 1, source );
    rule( 2, destination, perVlan );
-   rule( 3, natKey( Key::staticSrcNat, ipPort( "10.0.0.3" ),
-                    ipPort( "1.1.1.3" ) ) );  // static: no row
-   rule( 4, natKey( Key::twiceNatSrc, ipPort( "10.0.0.4" ), ipPort( "1.1.1.4" ),
-                    ipPort( "8.8.4.4" ),
-                    ipPort( "9.9.4.4" ) ) );  // twice: no row
+   rule( 3, natKey( Key::staticSrcNat, at( "10.0.0.3" ),
+                    at( "1.1.1.3" ) ) );  // static: no row
+   rule( 4, natKey( Key::twiceNatSrc, at( "10.0.0.4" ), at( "1.1.1.4" ), at( "8.8.4.4" ),
+                    at( "9.9.4.4" ) ) );  // twice: no row
 
    hit( defaultEntry( destination, 10 ), 3 );
    hit( defaultEntry( destination, 20 ), 4 );
@@ -98,13 +92,13 @@ TEST_F( NatHitCounts, FragmentEntriesDoNotCountAndChipsWithoutCountersDoNotPoll 
    nat.fragmentEnabled = true;
    start();
    Oro::NatHwKey const source =
-       natKey( Key::dynamicSrcNat, ipPort( "10.0.0.1" ), ipPort( "1.1.1.1" ) );
+       natKey( Key::dynamicSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) );
    rule( 1, source );
    Corvane::EntryIdTableEntry const row = worker()->entryIdTable()->entry( source );
    ASSERT_TRUE( row.fragEntryIdHas( 0 ) );
    Chip::Packet fragment;
    fragment.myStationHit = true;
-   fragment.src = ipValue( "10.0.0.1" );
+   fragment.src = ip( "10.0.0.1" );
    fragment.protocol = 17;
    fragment.frag = Chip::Frag::notFirst;
    EXPECT_EQ( platform->chip().lookup( 1, 160, fragment, 9 ), row.fragEntryId( 0 ) );
@@ -155,12 +149,11 @@ TEST_F( NatCapacity, PublishesTheFourRowsWithEveryKindAndTheWholeGroup ) {
    Oro::NatHwData twoVlans;
    twoVlans.vlanIdAppend( 10 );
    twoVlans.vlanIdAppend( 20 );
-   rule( 1,
-         natKey( Key::staticDstNat, {}, {}, ipPort( "1.1.1.1" ), ipPort( "10.0.0.1" ) ),
+   rule( 1, natKey( Key::staticDstNat, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) ),
          twoVlans );
-   rule( 2, natKey( Key::twiceNatSrc, ipPort( "10.0.0.2" ), ipPort( "1.1.1.2" ),
-                    ipPort( "8.8.8.8" ), ipPort( "9.9.9.9" ) ) );
-   rule( 3, natKey( Key::dynamicSrcNat, ipPort( "10.0.0.3" ), ipPort( "1.1.1.3" ) ) );
+   rule( 2, natKey( Key::twiceNatSrc, at( "10.0.0.2" ), at( "1.1.1.2" ), at( "8.8.8.8" ),
+                    at( "9.9.9.9" ) ) );
+   rule( 3, natKey( Key::dynamicSrcNat, at( "10.0.0.3" ), at( "1.1.1.3" ) ) );
    // An entry the group gives to someone else (trap filters share the group).
    worker()->natEntryManager()->getEntry( 1, "other", CorvaneTcam::RequestKey() );
    EXPECT_EQ( rows(), ( std::map<std::string, std::vector<U32>>{
@@ -171,7 +164,7 @@ TEST_F( NatCapacity, PublishesTheFourRowsWithEveryKindAndTheWholeGroup ) {
        << "the three kinds sum below NAT";
 
    // Refreshed on the helper's clock without being asked.
-   rule( 4, natKey( Key::staticSrcNat, ipPort( "10.0.0.4" ), ipPort( "1.1.1.4" ) ) );
+   rule( 4, natKey( Key::staticSrcNat, at( "10.0.0.4" ), at( "1.1.1.4" ) ) );
    loop().advance( 5.0 );
    auto const& table = platform->tableCapacity();
    OroCapacity::TableCapacityKey const natStatic( "CorvaneNatCapacity", "IFP", "Chip1",

@@ -98,34 +98,21 @@ TEST_F( NatLifecycle, EitherOrderOfFlashDownloadAndMountGroupInitializesOnce ) {
       EXPECT_TRUE( worker()->entryIdTable() );
 
       // Initialized once: transactions are served from then on.
-      rule( 1, NatTest::natKey( NatTest::Key::staticSrcNat, NatTest::ipPort( "10.0.0.1" ),
-                                NatTest::ipPort( "1.1.1.1" ) ) );
+      rule( 1, NatTest::natKey( NatTest::Key::staticSrcNat, NatTest::at( "10.0.0.1" ),
+                                NatTest::at( "1.1.1.1" ) ) );
       EXPECT_EQ( answers.size(), 1u );
       TearDown();
-      answers.clear();
    }
 }
 
-TEST_F( NatLifecycle, AModuleReportedTwiceKeepsItsWorker ) {
+// A module reported twice keeps its worker; a silenced root hears no module come; the
+// agent finds the plug-in's mounter while it lives and nothing once it is gone.
+TEST_F( NatLifecycle, ModulesTheRootHearsAndTheMounterWhileItLives ) {
    start();
    Corvane::NatWorkerSm* first = worker( 1 );
    platform->moduleIs( 1, 1 );
    loop().runUntilIdle();
    EXPECT_EQ( worker( 1 ), first );
-   EXPECT_EQ( mounter->rootSm()->natWorkerSms(), 1u );
-}
-
-// The agent finds the plug-in's mounter while it lives, and nothing once it is gone.
-TEST_F( NatLifecycle, TheMounterIsFoundWhileItLives ) {
-   start();
-   EXPECT_EQ( Corvane::NatMounter::natMounter(), mounter.ptr() );
-   mounter = nullptr;
-   EXPECT_EQ( Corvane::NatMounter::natMounter(), nullptr );
-}
-
-// A silenced root hears no module come; on again, it does.
-TEST_F( NatLifecycle, ASilencedRootDoesNotReact ) {
-   start();
    auto const root = mounter->rootSm();
    root->hasNotificationActiveIs( false );
    platform->moduleIs( 2, 2 );
@@ -135,6 +122,10 @@ TEST_F( NatLifecycle, ASilencedRootDoesNotReact ) {
    platform->moduleIs( 3, 3 );
    loop().runUntilIdle();
    EXPECT_NE( root->natWorkerSm( 3 ).ptr(), nullptr );
+   EXPECT_EQ( root->natWorkerSms(), 2u );
+   EXPECT_EQ( Corvane::NatMounter::natMounter(), mounter.ptr() );
+   mounter = nullptr;
+   EXPECT_EQ( Corvane::NatMounter::natMounter(), nullptr );
 }
 
 // The library registers its log events as it loads, as the tools that show definitions

@@ -1,209 +1,40 @@
 #include "NatRandomModel.h"
 
-#include <variant>
-
 namespace NatRandom {
 
 namespace {
 
-using Chip::Action;
-using Chip::Qualifier;
-
-constexpr U32 allOnes32 = 0xffffffffu;
-constexpr U64 allOnes64 = ~U64( 0 );
 constexpr U32 ecmpBit = 0x08000000u;
+constexpr U32 mcastRange = 0xe0000000u, mcastMask = 0xf0000000u;  // 224/4
 
-void qualify( EntryExpect& e, Qualifier q, U32 data, U32 mask ) {
-   U32 const width = Chip::qualifierWidthMask( q );
-   e.quals[q] = { data & width, mask & width };
+// Unicast next hops are egress objects from 100000, multipath ones from 200000; 0 drops,
+// all ones leaves the forwarding decision alone.
+bool forwards( U64 nextHop ) {
+   return nextHop != 0 && nextHop != ~U64( 0 );
 }
-
-void act( EntryExpect& e, Action a, U32 p0 = 0, U32 p1 = 0 ) {
-   e.actions.push_back( { a, p0, p1 } );
-}
-
-U32 nextHopId( U64 nextHop ) {
-   U32 const low = static_cast<U32>( nextHop );
+U32 egressObject( U64 nextHop ) {
+   U32 const low = U32( nextHop );
    return ( low & ecmpBit ) ? ( low & ~ecmpBit ) + 200000 : low + 100000;
 }
 
-bool validNextHop( U64 nextHop ) {
-   return nextHop != 0 && nextHop != allOnes64;
+bool isSource( HwKey const& key ) {
+   auto const t = key.keyType();
+   return t == HwKey::staticSrcNat || t == HwKey::twiceNatSrc ||
+          t == HwKey::dynamicSrcNat;
+}
+bool isDestination( HwKey const& key ) {
+   auto const t = key.keyType();
+   return t == HwKey::staticDstNat || t == HwKey::twiceNatDst ||
+          t == HwKey::dynamicDstNat;
+}
+// Keys that translate ports, as the key record itself tells, and dynamic keys.
+bool needsFrag( HwKey const& key ) {
+   return key.isStaticNapt() || key.isTwiceNapt() || key.isDynamicNat();
 }
 
-U32 ip( Wirel::IpAndPort const& p ) {
-   return p.ip().value();
-}
-
-bool isAddrOnlyNat( Oro::NatHwKey const& key ) {
-   return key.isDynamicNat() &&
-          ( ip( key.srcIpAndPortOld() ) == 0 || ip( key.dstIpAndPortOld() ) == 0 );
-}
-
-// Static and twice keys: the source branch (types 1 and 3).
-void sourceEntry( EntryExpect& e, Oro::NatHwKey const& key, Oro::NatHwData const& d,
-                  U32 opaque, bool frag ) {
-   bool const twice = key.keyType() == Oro::NatHwKey::twiceNatSrc;
-   qualify( e, Qualifier::SrcIp, ip( key.srcIpAndPortOld() ), allOnes32 );
-   if ( !frag && key.srcIpAndPortOld().port() ) {
-      qualify( e, Qualifier::L4SrcPort, key.srcIpAndPortOld().port(), allOnes32 );
-   }
-   U32 ext;
-   if ( twice ) {
-      qualify( e, Qualifier::DstIp, ip( key.dstIpAndPortOld() ), allOnes32 );
-      if ( !frag && key.dstIpAndPortOld().port() ) {
-         qualify( e, Qualifier::L4DstPort, key.dstIpAndPortOld().port(), allOnes32 );
-      }
-      U64 const nh = d.nextHopId();
-      if ( validNextHop( nh ) ) {
-         act( e, Action::CopyToCpuCancel );
-         act( e, Action::DropCancel );
-         act( e, Action::L3Switch, nextHopId( nh ) );
-      } else if ( d.multicast() ) {
-         act( e, Action::CopyToCpuCancel );
-         act( e, Action::DropCancel );
-      } else if ( nh == 0 ) {
-         act( e, Action::Drop );
-      }
-      ext = !frag && key.dstIpAndPortNew().port() ? 23 : 22;
-   } else {
-      if ( d.staticAclSharing() && key.aclId().value() ) {
-         qualify( e, Qualifier::OpaqueObject1, key.aclId().value(), allOnes32 );
-      } else if ( d.filterAddr().address().value() ) {
-         qualify( e, Qualifier::DstIp, d.filterAddr().address().value(),
-                  d.filterAddr().mask() );
-      } else if ( d.multicast() ) {
-         qualify( e, Qualifier::DstIp, 0xe0000000u, 0xf0000000u );
-      }
-      ext = !frag && key.srcIpAndPortNew().port() ? 21 : 20;
-   }
-   if ( frag ) {
-      e.quals[Qualifier::IpFrag] = { U32( Chip::IpFragSelector::NotFirst ), 0 };
-   }
-   if ( d.protocol() ) {
-      qualify( e, Qualifier::IpProtocol, d.protocol(), 0xff );
-   }
-   if ( d.multicast() ) {
-      if ( d.mcastGroupId() ) {
-         act( e, Action::RedirectIpmc, d.mcastGroupId() );
-      }
-      ext = 24;
-   }
-   act( e, Action::AssignExtractionCtrlId, ext, 0x1f );
-   act( e, Action::AssignOpaqueObject1, opaque );
-}
-
-// Static and twice keys: the destination branch (types 2 and 4).
-void destinationEntry( EntryExpect& e, Oro::NatHwKey const& key, Oro::NatHwData const& d,
-                       U32 opaque, U16 vlan, bool frag ) {
-   bool const twice = key.keyType() == Oro::NatHwKey::twiceNatDst;
-   if ( !( d.multicast() && !d.ingress() ) ) {
-      qualify( e, Qualifier::L3Ingress, vlan, allOnes32 );
-   }
-   U32 ext;
-   if ( twice ) {
-      qualify( e, Qualifier::SrcIp, ip( key.srcIpAndPortOld() ), allOnes32 );
-      if ( !frag && key.srcIpAndPortOld().port() ) {
-         qualify( e, Qualifier::L4SrcPort, key.srcIpAndPortOld().port(), allOnes32 );
-      }
-      ext = !frag && key.srcIpAndPortNew().port() ? 19 : 18;
-   } else {
-      if ( d.staticAclSharing() && key.aclId().value() ) {
-         qualify( e, Qualifier::OpaqueObject1, key.aclId().value(), allOnes32 );
-      } else if ( d.filterAddr().address().value() ) {
-         qualify( e, Qualifier::SrcIp, d.filterAddr().address().value(),
-                  d.filterAddr().mask() );
-      } else if ( d.multicast() &&
-                  ( ( ip( key.dstIpAndPortOld() ) >> 24 ) & 0xe0 ) == 0 ) {
-         qualify( e, Qualifier::SrcIp, 0xe0000000u, 0xf0000000u );
-      }
-      ext = !frag && key.dstIpAndPortNew().port() ? 17 : 16;
-   }
-   qualify( e, Qualifier::DstIp, ip( key.dstIpAndPortOld() ), allOnes32 );
-   if ( frag ) {
-      e.quals[Qualifier::IpFrag] = { U32( Chip::IpFragSelector::NotFirst ), 0 };
-   } else if ( key.dstIpAndPortOld().port() ) {
-      qualify( e, Qualifier::L4DstPort, key.dstIpAndPortOld().port(), allOnes32 );
-   }
-   if ( d.protocol() ) {
-      qualify( e, Qualifier::IpProtocol, d.protocol(), 0xff );
-   }
-   if ( d.multicast() ) {
-      if ( d.mcastGroupId() ) {
-         act( e, Action::RedirectIpmc, d.mcastGroupId() );
-      }
-      ext = 24;
-   }
-   act( e, Action::AssignExtractionCtrlId, ext, 0x1f );
-   act( e, Action::AssignOpaqueObject1, opaque );
-   act( e, Action::CopyToCpuCancel );
-   U64 const nh = d.nextHopId();
-   if ( validNextHop( nh ) ) {
-      act( e, Action::DropCancel );
-      act( e, Action::L3Switch, nextHopId( nh ) );
-   } else if ( d.multicast() ) {
-      act( e, Action::DropCancel );
-   } else if ( nh == 0 ) {
-      act( e, Action::Drop );
-   }
-}
-
-// Dynamic keys (types 5 and 6): only what the key carries, always a protocol class.
-void dynamicEntry( EntryExpect& e, Oro::NatHwKey const& key, Oro::NatHwData const& d,
-                   U32 opaque, bool frag ) {
-   bool const source = key.keyType() == Oro::NatHwKey::dynamicSrcNat;
-   U32 const srcIp = ip( key.srcIpAndPortOld() );
-   U32 const dstIp = ip( key.dstIpAndPortOld() );
-   U16 const srcPort = key.srcIpAndPortOld().port();
-   U16 const dstPort = key.dstIpAndPortOld().port();
-   if ( srcIp ) {
-      qualify( e, Qualifier::SrcIp, srcIp, allOnes32 );
-   }
-   if ( dstIp ) {
-      qualify( e, Qualifier::DstIp, dstIp, allOnes32 );
-   }
-   U32 ext;
-   if ( frag ) {
-      ext = source ? 20 : 16;
-      if ( !isAddrOnlyNat( key ) ) {
-         e.quals[Qualifier::IpFrag] = { U32( Chip::IpFragSelector::NotFirst ), 0 };
-      }
-   } else {
-      if ( srcPort ) {
-         qualify( e, Qualifier::L4SrcPort, srcPort, allOnes32 );
-      }
-      if ( dstPort ) {
-         qualify( e, Qualifier::L4DstPort, dstPort, allOnes32 );
-      }
-      ext = source ? ( srcPort ? 21 : 20 ) : ( dstPort ? 17 : 16 );
-   }
-   // The protocol class is written last, over the key's own protocol.
-   bool const tcp = key.dynProto() == 6 || ( !( srcIp && dstIp ) && !frag );
-   if ( tcp ) {
-      qualify( e, Qualifier::IpProtocol, 6, 0xff );
-      qualify( e, Qualifier::TcpControl, 0, 7 );
-   } else {
-      qualify( e, Qualifier::IpProtocol, 17, 0xff );
-   }
-   act( e, Action::AssignOpaqueObject1, opaque );
-   act( e, Action::CopyToCpuCancel );
-   act( e, Action::AssignExtractionCtrlId, ext, 0x1f );
-   if ( source ) {
-      act( e, Action::DropCancel );
-   } else if ( validNextHop( d.nextHopId() ) ) {
-      act( e, Action::DropCancel );
-      act( e, Action::L3Switch, nextHopId( d.nextHopId() ) );
-   }
-}
-
-// Reprogramming: the entry holds what the new data asks, nothing of the old.
-void reprogram( EntryExpect& e, EntryExpect const& fresh ) {
-   e = fresh;
-}
-
-// Entries an ACL takes: per rule without and with exact-match hit; a permitting rule's
-// hit entry comes with its SYN, FIN and RST entries; a pool rule takes one entry
-// without hit and three with.
+// Per rule, entries without and with exact-match hit: a permitting rule's hit entry
+// comes with its SYN, FIN and RST entries; a pool rule takes one entry without hit and
+// three with.
 U32 aclEntries( natsim::TrapAclStep const& s ) {
    U32 n = 0;
    for ( natsim::TrapRule const& rule : s.rules ) {
@@ -212,14 +43,32 @@ U32 aclEntries( natsim::TrapAclStep const& s ) {
    return n;
 }
 
+// What the data does with a matched packet: a forwarding next hop or multicast cancels
+// the CPU copy and the drop (and a next hop switches to its egress object), next hop 0
+// drops. `alwaysCpuCancel`: the CPU copy is cancelled in every case.
+void forwarding( EntryExpect& e, Oro::NatHwData const& d, bool alwaysCpuCancel ) {
+   bool const passes = forwards( d.nextHopId() ) || d.multicast();
+   if ( passes || alwaysCpuCancel ) {
+      e.a( Action::CopyToCpuCancel );
+   }
+   if ( passes ) {
+      e.a( Action::DropCancel );
+   }
+   if ( forwards( d.nextHopId() ) ) {
+      e.a( Action::L3Switch, egressObject( d.nextHopId() ) );
+   } else if ( !d.multicast() && d.nextHopId() == 0 ) {
+      e.a( Action::Drop );
+   }
+}
+
 }  // namespace
 
 Model::Model( natsim::ChipConfig const& chip, natsim::NatConfig const& nat,
               Orders orders )
-    : orders_( std::move( orders ) ),
+    : ready( chip.mountGroupReady ),
+      orders_( std::move( orders ) ),
       capacity_( chip.tcamEntries ),
       trapFilters_( chip.trapFilters ),
-      ready_( chip.mountGroupReady ),
       addrOnlyMode_( nat.addrOnlyMode ),
       fragConfig_( nat.fragmentEnabled ) {
    for ( auto const& m : chip.modules ) {
@@ -227,158 +76,263 @@ Model::Model( natsim::ChipConfig const& chip, natsim::NatConfig const& nat,
    }
 }
 
-// Keys that translate ports, as the key record itself tells, and dynamic keys.
-bool Model::needsFrag( Oro::NatHwKey const& key ) {
-   return key.isStaticNapt() || key.isTwiceNapt() || key.isDynamicNat();
-}
-
-bool Model::sourceSide( Oro::NatHwKey const& key ) {
-   return key.keyType() == Oro::NatHwKey::staticSrcNat ||
-          key.keyType() == Oro::NatHwKey::twiceNatSrc ||
-          key.keyType() == Oro::NatHwKey::dynamicSrcNat;
-}
-
-bool Model::destinationSide( Oro::NatHwKey const& key ) {
-   return key.keyType() == Oro::NatHwKey::staticDstNat ||
-          key.keyType() == Oro::NatHwKey::twiceNatDst ||
-          key.keyType() == Oro::NatHwKey::dynamicDstNat;
-}
-
-bool Model::dynamicSkipped( Oro::NatHwKey const& key ) const {
+// A dynamic key the hardware mode cannot hold: answered without programming. The
+// address-only mode takes keys with both addresses, the other mode keys without ports.
+bool Model::skipped( HwKey const& key ) const {
    if ( !key.isDynamicNat() ) {
       return false;
    }
-   bool const zero = ip( key.srcIpAndPortOld() ) == 0 || ip( key.dstIpAndPortOld() ) == 0;
-   bool const port = key.srcIpAndPortOld().port() || key.dstIpAndPortOld().port();
-   return ( zero && addrOnlyMode_ ) || ( port && !addrOnlyMode_ );
+   bool const oneAddress =
+       ipOf( key.srcIpAndPortOld() ) == 0 || ipOf( key.dstIpAndPortOld() ) == 0;
+   bool const ports = key.srcIpAndPortOld().port() || key.dstIpAndPortOld().port();
+   return addrOnlyMode_ ? oneAddress : ports;
 }
 
-EntryExpect Model::freshEntry( Oro::NatHwKey const& key, Oro::NatHwData const& data,
-                               U32 opaque, U16 vlan, bool frag ) const {
+// What one entry of `key` holds: every entry matches packets for this station not
+// dropped by an ACL; a fragment entry matches non-first fragments without ports.
+EntryExpect Model::entry( HwKey const& key, ShadowExpect const& sh, U16 vlan,
+                          bool frag ) const {
+   Oro::NatHwData const& d = sh.data;
+   U32 const opaque = d.multicast() ? sh.mcastUid : sh.uid;
+   auto const srcOld = key.srcIpAndPortOld(), dstOld = key.dstIpAndPortOld();
    EntryExpect e;
-   qualify( e, Qualifier::MyStationHit, 1, 1 );
-   qualify( e, Qualifier::SrcClassField, 0, 8 );
+   e.q( Qualifier::MyStationHit, 1, 1 );
+   e.q( Qualifier::SrcClassField, 0, 8 );
    if ( key.isDynamicNat() ) {
-      dynamicEntry( e, key, data, opaque, frag );
-   } else if ( sourceSide( key ) ) {
-      sourceEntry( e, key, data, opaque, frag );
+      // Only what the key carries, and a protocol class written last: TCP (without
+      // FIN, SYN, RST) for protocol 6 and for one-address keys, else UDP.
+      bool const source = key.keyType() == HwKey::dynamicSrcNat;
+      bool const bothAddresses = ipOf( srcOld ) && ipOf( dstOld );
+      if ( ipOf( srcOld ) ) {
+         e.q( Qualifier::SrcIp, ipOf( srcOld ) );
+      }
+      if ( ipOf( dstOld ) ) {
+         e.q( Qualifier::DstIp, ipOf( dstOld ) );
+      }
+      U16 const ownPort = source ? srcOld.port() : dstOld.port();
+      U32 const ext = ( source ? 20 : 16 ) + ( !frag && ownPort ? 1 : 0 );
+      if ( frag && bothAddresses ) {
+         e.nonFirstFragments();
+      }
+      if ( !frag && srcOld.port() ) {
+         e.q( Qualifier::L4SrcPort, srcOld.port() );
+      }
+      if ( !frag && dstOld.port() ) {
+         e.q( Qualifier::L4DstPort, dstOld.port() );
+      }
+      if ( key.dynProto() == 6 || ( !bothAddresses && !frag ) ) {
+         e.q( Qualifier::IpProtocol, 6, 0xff );
+         e.q( Qualifier::TcpControl, 0, 7 );
+      } else {
+         e.q( Qualifier::IpProtocol, 17, 0xff );
+      }
+      e.a( Action::AssignOpaqueObject1, opaque );
+      e.a( Action::CopyToCpuCancel );
+      e.a( Action::AssignExtractionCtrlId, ext, 0x1f );
+      if ( source ) {
+         e.a( Action::DropCancel );
+      } else if ( forwards( d.nextHopId() ) ) {
+         e.a( Action::DropCancel );
+         e.a( Action::L3Switch, egressObject( d.nextHopId() ) );
+      }
+      return e;
+   }
+   bool const twice =
+       key.keyType() == HwKey::twiceNatSrc || key.keyType() == HwKey::twiceNatDst;
+   bool const aclShared = d.staticAclSharing() && key.aclId().value();
+   U32 const filter = d.filterAddr().address().value();
+   U32 ext;
+   if ( isSource( key ) ) {
+      // Matched on the old source (and, twice, the old destination); a static key
+      // narrows the destination by ACL, filter or the multicast range.
+      e.q( Qualifier::SrcIp, ipOf( srcOld ) );
+      if ( !frag && srcOld.port() ) {
+         e.q( Qualifier::L4SrcPort, srcOld.port() );
+      }
+      if ( twice ) {
+         e.q( Qualifier::DstIp, ipOf( dstOld ) );
+         if ( !frag && dstOld.port() ) {
+            e.q( Qualifier::L4DstPort, dstOld.port() );
+         }
+         forwarding( e, d, false );
+         ext = !frag && key.dstIpAndPortNew().port() ? 23 : 22;
+      } else {
+         if ( aclShared ) {
+            e.q( Qualifier::OpaqueObject1, key.aclId().value() );
+         } else if ( filter ) {
+            e.q( Qualifier::DstIp, filter, d.filterAddr().mask() );
+         } else if ( d.multicast() ) {
+            e.q( Qualifier::DstIp, mcastRange, mcastMask );
+         }
+         ext = !frag && key.srcIpAndPortNew().port() ? 21 : 20;
+      }
+      if ( frag ) {
+         e.nonFirstFragments();
+      }
    } else {
-      destinationEntry( e, key, data, opaque, vlan, frag );
+      // Matched on the ingress VLAN (not for multicast off ingress), the old
+      // destination, and the old source (twice) or the source narrowed by ACL, filter
+      // or, for a destination below 32/8, the multicast range.
+      if ( !d.multicast() || d.ingress() ) {
+         e.q( Qualifier::L3Ingress, vlan );
+      }
+      if ( twice ) {
+         e.q( Qualifier::SrcIp, ipOf( srcOld ) );
+         if ( !frag && srcOld.port() ) {
+            e.q( Qualifier::L4SrcPort, srcOld.port() );
+         }
+         ext = !frag && key.srcIpAndPortNew().port() ? 19 : 18;
+      } else {
+         if ( aclShared ) {
+            e.q( Qualifier::OpaqueObject1, key.aclId().value() );
+         } else if ( filter ) {
+            e.q( Qualifier::SrcIp, filter, d.filterAddr().mask() );
+         } else if ( d.multicast() && ipOf( dstOld ) < 0x20000000u ) {
+            e.q( Qualifier::SrcIp, mcastRange, mcastMask );
+         }
+         ext = !frag && key.dstIpAndPortNew().port() ? 17 : 16;
+      }
+      e.q( Qualifier::DstIp, ipOf( dstOld ) );
+      if ( frag ) {
+         e.nonFirstFragments();
+      } else if ( dstOld.port() ) {
+         e.q( Qualifier::L4DstPort, dstOld.port() );
+      }
+   }
+   if ( d.protocol() ) {
+      e.q( Qualifier::IpProtocol, d.protocol(), 0xff );
+   }
+   if ( d.multicast() ) {
+      if ( d.mcastGroupId() ) {
+         e.a( Action::RedirectIpmc, d.mcastGroupId() );
+      }
+      ext = 24;
+   }
+   e.a( Action::AssignExtractionCtrlId, ext, 0x1f );
+   e.a( Action::AssignOpaqueObject1, opaque );
+   if ( isDestination( key ) ) {
+      forwarding( e, d, true );
    }
    return e;
 }
 
-U32 Model::orphans( U16 unit ) const {
-   auto found = orphans_.find( unit );
-   return found == orphans_.end() ? 0 : found->second;
-}
-
 U32 Model::owned( U16 unit ) const {
-   auto found = workers_.find( unit );
-   if ( found == workers_.end() ) {
+   auto found = workers.find( unit );
+   if ( found == workers.end() ) {
       return 0;
    }
    WorkerExpect const& w = found->second;
-   U32 n = w.trap.implicitDeny ? 1 : 0;
+   U32 n = w.implicitDeny ? 1 : 0;
    for ( auto const& row : w.rows ) {
       n += U32( row.second.defaults.size() + row.second.frags.size() );
    }
-   for ( auto const& acl : w.trap.rows ) {
+   for ( auto const& acl : w.trapRows ) {
       n += acl.second;
    }
    return n;
 }
 
 U32 Model::available( U16 unit ) const {
-   U32 const used = orphans( unit ) + owned( unit );
+   auto const orphaned = orphans.find( unit );
+   U32 const used = owned( unit ) + ( orphaned == orphans.end() ? 0 : orphaned->second );
    return used >= capacity_ ? 0 : capacity_ - used;
 }
 
-U32 Model::opaqueId( Oro::NatHwKey const& key ) const {
-   ShadowExpect const& sh = shadow_.at( key );
-   return sh.data.multicast() ? sh.mcastUid : sh.uid;
-}
-
 bool Model::verifiable( U16 modId ) const {
-   auto found = workers_.find( modId );
-   if ( found == workers_.end() || !found->second.initialized ) {
+   auto found = workers.find( modId );
+   if ( found == workers.end() || !found->second.initialized ) {
       return false;
    }
-   WorkerExpect const& w = found->second;
-   for ( auto const& entry : shadow_ ) {
-      Oro::NatHwKey const& key = entry.first;
-      ShadowExpect const& sh = entry.second;
+   for ( auto const& [key, sh] : shadow_ ) {
       auto set = modSets_.find( sh.uid );
-      bool const forModule = set != modSets_.end() && set->second.count( modId );
-      bool const programmed = forModule && sh.dirty != 2 && !dynamicSkipped( key ) &&
-                              !( destinationSide( key ) && sh.data.vlanIds() == 0 );
-      if ( programmed && !w.rows.count( key ) ) {
+      bool const programmed = set != modSets_.end() && set->second.count( modId ) &&
+                              sh.dirty != 2 && !skipped( key ) &&
+                              !( isDestination( key ) && sh.data.vlanIds() == 0 );
+      if ( programmed && !found->second.rows.count( key ) ) {
          return false;
       }
    }
    return true;
 }
 
-// --- Steps ---------------------------------------------------------------------------
-
 void Model::play( natsim::Step const& step ) {
-   stepAnswers_.clear();
-   stepNatFull_ = 0;
-   stepDeleted_.clear();
+   answers.clear();
+   natFullEvents = 0;
+   deletedUnits.clear();
    if ( auto s = std::get_if<natsim::NatRuleStep>( &step ) ) {
-      natRule( *s );
+      shadow_[s->key] = ShadowExpect{ s->data, s->uid, s->mcastUid, s->dirty };
+      uidKey_[s->uid] = s->key;
+      modSets_[s->uid] = std::set<U16>( s->modules.begin(), s->modules.end() );
+      publish( s->uid, s->field );
    } else if ( auto s = std::get_if<natsim::NatRuleRemoveStep>( &step ) ) {
-      natRuleRemove( *s );
+      auto found = shadow_.find( s->key );
+      if ( found != shadow_.end() ) {  // else not published
+         found->second.dirty = 2;
+         uidKey_[s->uid] = s->key;
+         if ( !modSets_.count( s->uid ) ) {
+            for ( auto const& m : modules ) {
+               modSets_[s->uid].insert( m.first );
+            }
+         }
+         publish( s->uid, s->field );
+      }
    } else if ( auto s = std::get_if<natsim::TrapAclStep>( &step ) ) {
-      trapAcl( *s );
+      Oro::NatTrapKey const key( s->name, s->vlan );
+      acls_[key] = Acl{ s->implicitDeny, aclEntries( *s ) };
+      for ( auto& w : workers ) {
+         if ( w.second.hasTrapSm ) {
+            trapRequest( w.first, key );
+         }
+      }
    } else if ( auto s = std::get_if<natsim::TrapAclRemoveStep>( &step ) ) {
-      trapAclRemove( *s );
+      Oro::NatTrapKey const key( s->name, s->vlan );
+      if ( acls_.erase( key ) ) {  // else nothing changes, nothing is announced
+         for ( auto& w : workers ) {
+            if ( w.second.hasTrapSm ) {
+               trapRequest( w.first, key );
+            }
+         }
+      }
    } else if ( auto s = std::get_if<natsim::ModuleStep>( &step ) ) {
       moduleIs( s->modId );
    } else if ( auto s = std::get_if<natsim::ModuleRemoveStep>( &step ) ) {
-      moduleDel( s->modId );
+      modules.erase( s->modId );
+      workerDel( s->modId );
    } else if ( auto s = std::get_if<natsim::MountGroupReadyStep>( &step ) ) {
-      readyIs( s->ready );
+      if ( s->ready != ready ) {
+         ready = s->ready;
+         std::vector<U16> ids;
+         for ( auto const& w : workers ) {
+            ids.push_back( w.first );
+         }
+         for ( U16 id : ids ) {
+            if ( !ready ) {
+               workerDel( id );
+            } else if ( !workers.at( id ).initialized ) {
+               initialize( id );
+            }
+         }
+      }
    } else if ( auto s = std::get_if<natsim::FragmentEnabledStep>( &step ) ) {
-      fragmentIs( s->enabled );
+      fragConfig_ = s->enabled;
+      for ( auto& w : workers ) {
+         if ( w.second.fragEnabled != s->enabled ) {
+            w.second.fragEnabled = s->enabled;
+            if ( w.second.initialized ) {
+               handleFragment( w.first );
+            }
+         }
+      }
    }
-   // Packets, time, the multicast mode, show and verify change no entry.
+   // Packets, time and the multicast mode change no entry.
    finishAnswered();
 }
 
-void Model::natRule( natsim::NatRuleStep const& s ) {
-   ShadowExpect& sh = shadow_[s.key];
-   sh.data = s.data;
-   sh.uid = s.uid;
-   sh.mcastUid = s.mcastUid;
-   sh.dirty = s.dirty;
-   uidKey_[s.uid] = s.key;
-   modSets_[s.uid] = std::set<U16>( s.modules.begin(), s.modules.end() );
-   publish( s.uid, s.field, modSets_[s.uid] );
-}
-
-void Model::natRuleRemove( natsim::NatRuleRemoveStep const& s ) {
-   auto found = shadow_.find( s.key );
-   if ( found == shadow_.end() ) {
-      return;  // not published
-   }
-   found->second.dirty = 2;
-   uidKey_[s.uid] = s.key;
-   if ( !modSets_.count( s.uid ) ) {
-      std::set<U16> all;
-      for ( auto const& m : modules_ ) {
-         all.insert( m.first );
-      }
-      modSets_[s.uid] = all;
-   }
-   publish( s.uid, s.field, modSets_[s.uid] );
-}
-
-void Model::publish( U32 uid, U32 field, std::set<U16> const& modules ) {
-   requests_[uid] = Request{ field, modules };
-   for ( auto& w : workers_ ) {
+void Model::publish( U32 uid, U32 field ) {
+   requests_[uid] = Request{ field, modSets_[uid] };
+   for ( auto& w : workers ) {
       if ( w.second.initialized ) {
-         serve( w.first, uid );
+         commit( w.first, uid );
       } else {
          w.second.pending.push_back( uid );
       }
@@ -387,7 +341,7 @@ void Model::publish( U32 uid, U32 field, std::set<U16> const& modules ) {
 
 // Upstream ends every transaction whose modules have all answered.
 void Model::finishAnswered() {
-   for ( AnswerExpect const& a : stepAnswers_ ) {
+   for ( AnswerExpect const& a : answers ) {
       auto request = requests_.find( a.uid );
       if ( request == requests_.end() ) {
          continue;
@@ -398,10 +352,7 @@ void Model::finishAnswered() {
       }
       requests_.erase( request );
       auto key = uidKey_.find( a.uid );
-      if ( key == uidKey_.end() ) {
-         continue;
-      }
-      auto sh = shadow_.find( key->second );
+      auto sh = key == uidKey_.end() ? shadow_.end() : shadow_.find( key->second );
       if ( sh == shadow_.end() ) {
          continue;
       }
@@ -415,207 +366,153 @@ void Model::finishAnswered() {
    }
 }
 
-void Model::serve( U16 modId, U32 uid ) {
-   if ( requests_.count( uid ) ) {
-      commit( modId, uid );
-   }
-}
-
 void Model::commit( U16 modId, U32 uid ) {
    auto set = modSets_.find( uid );
-   if ( set == modSets_.end() || !set->second.count( modId ) ) {
+   if ( !requests_.count( uid ) || set == modSets_.end() ||
+        !set->second.count( modId ) ) {
       return;  // not for this module: no answer
    }
-   Oro::NatHwKey const key = uidKey_.at( uid );
+   HwKey const key = uidKey_.at( uid );
    U32 const field = requests_.at( uid ).field;
-   WorkerExpect& w = workers_.at( modId );
-   if ( dynamicSkipped( key ) ) {
-      stepAnswers_.push_back( { modId, uid, Xact::XactSluiceStatus::done, field } );
-      return;
-   }
+   WorkerExpect& w = workers.at( modId );
    ShadowExpect const sh = shadow_.at( key );
-   if ( sh.dirty == 2 ) {
+   Result result = Xact::XactSluiceStatus::done;
+   if ( skipped( key ) ) {
+   } else if ( sh.dirty == 2 ) {
       w.rows.erase( key );
-      stepAnswers_.push_back( { modId, uid, Xact::XactSluiceStatus::done, field } );
-      return;
-   }
-   Xact::XactSluiceStatus::Result result = Xact::XactSluiceStatus::done;
-   if ( sourceSide( key ) ) {
-      if ( !program( modId, key, sh, 0 ) ) {
+   } else if ( isSource( key ) ) {
+      if ( !program( w, modId, key, 0 ) ) {
          result = Xact::XactSluiceStatus::hwFull;
       }
-   } else if ( destinationSide( key ) ) {
+   } else if ( isDestination( key ) ) {
       std::set<U16> listed;
       for ( U32 i = 0; i < sh.data.vlanIds(); ++i ) {
          listed.insert( sh.data.vlanId( i ) );
-         if ( !program( modId, key, sh, sh.data.vlanId( i ) ) ) {
+         if ( !program( w, modId, key, sh.data.vlanId( i ) ) ) {
             result = Xact::XactSluiceStatus::hwFull;
          }
       }
+      // VLANs the data no longer lists give their entries back.
       auto row = w.rows.find( key );
       if ( row != w.rows.end() ) {
          for ( auto it = row->second.defaults.begin();
                it != row->second.defaults.end(); ) {
             if ( listed.count( it->first ) ) {
                ++it;
-               continue;
+            } else {
+               row->second.frags.erase( it->first );
+               it = row->second.defaults.erase( it );
             }
-            row->second.frags.erase( it->first );
-            it = row->second.defaults.erase( it );
          }
       }
    }
-   stepAnswers_.push_back( { modId, uid, result, field } );
+   answers.push_back( { modId, uid, result, field } );
 }
 
-bool Model::program( U16 modId, Oro::NatHwKey const& key, ShadowExpect const& sh,
-                     U16 vlan ) {
-   WorkerExpect& w = workers_.at( modId );
+// A known VLAN is reprogrammed in place; a new one takes its entries (with its fragment
+// entry, both or none) or the key stays short and a log event is raised.
+bool Model::program( WorkerExpect& w, U16 unit, HwKey const& key, U16 vlan ) {
    RowExpect& row = w.rows[key];  // the row stays even when the TCAM is full
-   U32 const opaque = opaqueId( key );
-   auto found = row.defaults.find( vlan );
-   if ( found != row.defaults.end() ) {
-      reprogram( found->second, freshEntry( key, sh.data, opaque, vlan, false ) );
-      auto frag = row.frags.find( vlan );
-      if ( frag != row.frags.end() ) {
-         reprogram( frag->second, freshEntry( key, sh.data, opaque, vlan, true ) );
+   ShadowExpect const& sh = shadow_.at( key );
+   if ( row.defaults.count( vlan ) ) {
+      row.defaults[vlan] = entry( key, sh, vlan, false );
+      if ( row.frags.count( vlan ) ) {
+         row.frags[vlan] = entry( key, sh, vlan, true );
       }
       return true;
    }
    bool const fragNeeded = needsFrag( key ) && w.fragEnabled;
-   if ( available( modId ) < ( fragNeeded ? 2u : 1u ) ) {
-      ++stepNatFull_;
+   if ( available( unit ) < ( fragNeeded ? 2u : 1u ) ) {
+      ++natFullEvents;
       return false;
    }
-   row.defaults[vlan] = freshEntry( key, sh.data, opaque, vlan, false );
+   row.defaults[vlan] = entry( key, sh, vlan, false );
    if ( fragNeeded ) {
-      row.frags[vlan] = freshEntry( key, sh.data, opaque, vlan, true );
+      row.frags[vlan] = entry( key, sh, vlan, true );
    }
    return true;
 }
 
-// --- Trap filters --------------------------------------------------------------------
-
-void Model::trapAcl( natsim::TrapAclStep const& s ) {
-   Oro::NatTrapKey const key( s.name, s.vlan );
-   acls_[key] = Acl{ s.implicitDeny, aclEntries( s ) };
-   for ( auto& w : workers_ ) {
-      if ( w.second.hasTrapSm ) {
-         trapRequest( w.first, key );
+// Off: every fragment entry goes. On: every default entry of a key that needs one gets
+// its fragment entry, all or none; with too little room the feature switches itself off.
+void Model::handleFragment( U16 modId ) {
+   WorkerExpect& w = workers.at( modId );
+   U32 missing = 0;
+   for ( auto& [key, row] : w.rows ) {
+      if ( !w.fragEnabled ) {
+         row.frags.clear();
+         continue;
+      }
+      for ( auto const& d : row.defaults ) {
+         missing += needsFrag( key ) && !row.frags.count( d.first ) ? 1 : 0;
       }
    }
-}
-
-void Model::trapAclRemove( natsim::TrapAclRemoveStep const& s ) {
-   Oro::NatTrapKey const key( s.name, s.vlan );
-   if ( !acls_.erase( key ) ) {
-      return;  // nothing changes, nothing is announced
+   if ( missing > available( modId ) ) {
+      w.fragEnabled = false;
+      return;
    }
-   for ( auto& w : workers_ ) {
-      if ( w.second.hasTrapSm ) {
-         trapRequest( w.first, key );
+   for ( auto& [key, row] : w.rows ) {
+      for ( auto const& d : row.defaults ) {
+         if ( w.fragEnabled && needsFrag( key ) && !row.frags.count( d.first ) ) {
+            row.frags[d.first] = entry( key, shadow_.at( key ), d.first, true );
+         }
       }
-   }
-}
-
-bool Model::implicitDenyWanted() const {
-   for ( auto const& acl : acls_ ) {
-      if ( acl.second.implicitDeny ) {
-         return true;
-      }
-   }
-   return false;
-}
-
-void Model::trapDelete( WorkerExpect& w, Oro::NatTrapKey const& key ) {
-   w.trap.rows.erase( key );
-   if ( w.trap.implicitDeny && !implicitDenyWanted() ) {
-      w.trap.implicitDeny = false;
    }
 }
 
 // An ACL that changed is released whole and programmed anew; it gets all its entries
-// or none. The implicit-deny entry is replaced only when a new one could be taken.
+// or none. Releasing an ACL's row gives the implicit-deny entry back when no ACL asks for
+// it any more; it is taken when an ACL asks for it and one more entry fits.
 void Model::trapRequest( U16 modId, Oro::NatTrapKey const& key ) {
-   WorkerExpect& w = workers_.at( modId );
-   if ( acls_.empty() ) {
-      w.trap.implicitDeny = false;
-   }
+   WorkerExpect& w = workers.at( modId );
    auto acl = acls_.find( key );
-   if ( acl == acls_.end() ) {
-      trapDelete( w, key );
+   if ( acls_.empty() ) {
+      w.implicitDeny = false;
+   }
+   if ( acl == acls_.end() || w.trapRows.count( key ) ) {
+      w.trapRows.erase( key );
+      bool wanted = false;
+      for ( auto const& other : acls_ ) {
+         wanted = wanted || other.second.implicitDeny;
+      }
+      w.implicitDeny = w.implicitDeny && wanted;
+   }
+   if ( acl == acls_.end() || available( modId ) < acl->second.entries ) {
       return;
    }
-   if ( w.trap.rows.count( key ) ) {
-      trapDelete( w, key );
-   }
-   if ( available( modId ) < acl->second.entries ) {
-      return;
-   }
-   w.trap.rows[key] = acl->second.entries;
+   w.trapRows[key] = acl->second.entries;
    if ( acl->second.implicitDeny && available( modId ) >= 1 ) {
-      w.trap.implicitDeny = true;
+      w.implicitDeny = true;
    }
 }
 
-// --- Modules, readiness, fragments ---------------------------------------------------
-
 void Model::moduleIs( U16 modId ) {
-   modules_[modId] = modId;
-   if ( workers_.count( modId ) ) {
+   modules[modId] = modId;
+   if ( workers.count( modId ) ) {
       return;
    }
-   WorkerExpect& w = workers_[modId];
+   WorkerExpect& w = workers[modId];
    w.fragEnabled = fragConfig_;
    for ( U32 uid : orders_.requests() ) {
       w.pending.push_back( uid );
    }
-   if ( ready_ ) {
+   if ( ready ) {
       initialize( modId );
    }
 }
 
-void Model::moduleDel( U16 modId ) {
-   modules_.erase( modId );
-   workerDel( modId );
-}
-
 void Model::workerDel( U16 modId ) {
-   auto found = workers_.find( modId );
-   if ( found == workers_.end() ) {
-      return;
-   }
-   orphans_[modId] += owned( modId );
-   workers_.erase( found );
-   stepDeleted_.insert( modId );
-}
-
-void Model::readyIs( bool ready ) {
-   if ( ready == ready_ ) {
-      return;
-   }
-   ready_ = ready;
-   if ( !ready ) {
-      std::vector<U16> ids;
-      for ( auto const& w : workers_ ) {
-         ids.push_back( w.first );
-      }
-      for ( U16 id : ids ) {
-         workerDel( id );
-      }
-      return;
-   }
-   for ( auto& w : workers_ ) {
-      if ( !w.second.initialized ) {
-         initialize( w.first );
-      }
+   if ( workers.count( modId ) ) {
+      orphans[modId] += owned( modId );
+      workers.erase( modId );
+      deletedUnits.insert( modId );
    }
 }
 
 // Initialization: the trap filters first (every ACL, in the configuration's order),
 // then the requests that waited.
 void Model::initialize( U16 modId ) {
-   WorkerExpect& w = workers_.at( modId );
+   WorkerExpect& w = workers.at( modId );
    w.initialized = true;
    if ( trapFilters_ ) {
       w.hasTrapSm = true;
@@ -626,60 +523,7 @@ void Model::initialize( U16 modId ) {
    std::deque<U32> pending;
    pending.swap( w.pending );
    for ( U32 uid : pending ) {
-      serve( modId, uid );
-   }
-}
-
-void Model::fragmentIs( bool enabled ) {
-   fragConfig_ = enabled;
-   for ( auto& w : workers_ ) {
-      if ( w.second.fragEnabled == enabled ) {
-         continue;
-      }
-      w.second.fragEnabled = enabled;
-      if ( w.second.initialized ) {
-         handleFragment( w.first );
-      }
-   }
-}
-
-// Off: every fragment entry goes. On: every default entry of a key that needs one gets
-// its fragment entry, all or none; with too little room the feature switches itself off.
-void Model::handleFragment( U16 modId ) {
-   WorkerExpect& w = workers_.at( modId );
-   if ( !w.fragEnabled ) {
-      for ( auto& row : w.rows ) {
-         row.second.frags.clear();
-      }
-      return;
-   }
-   U32 missing = 0;
-   for ( auto const& row : w.rows ) {
-      if ( !needsFrag( row.first ) ) {
-         continue;
-      }
-      for ( auto const& d : row.second.defaults ) {
-         missing += row.second.frags.count( d.first ) ? 0 : 1;
-      }
-   }
-   if ( missing == 0 ) {
-      return;
-   }
-   if ( missing > available( modId ) ) {
-      w.fragEnabled = false;
-      return;
-   }
-   for ( auto& row : w.rows ) {
-      if ( !needsFrag( row.first ) ) {
-         continue;
-      }
-      ShadowExpect const& sh = shadow_.at( row.first );
-      for ( auto const& d : row.second.defaults ) {
-         if ( !row.second.frags.count( d.first ) ) {
-            row.second.frags[d.first] =
-                freshEntry( row.first, sh.data, opaqueId( row.first ), d.first, true );
-         }
-      }
+      commit( modId, uid );
    }
 }
 

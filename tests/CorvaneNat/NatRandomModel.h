@@ -1,36 +1,29 @@
 #pragma once
 
-// The independent expectation of the randomized NAT test (NatRandomTest.cpp).
-//
-// The model follows the scenario's steps as upstream, the platform and the plug-in are
-// meant to handle them, without using any of the plug-in's code:
-//   - upstream: the shadow, the uid of each key, the module sets, the standing requests
-//     and what each module still owes; a transaction ends when every module of its set
-//     has answered (a removed key then leaves the shadow, a programmed one turns clean);
-//   - the workers: one per module of the module map, built by a module step whatever the
-//     mount group's readiness, initialized once the mount group is ready, all deleted
-//     when it stops being ready and not rebuilt when it is ready again (only a later
-//     module step rebuilds one). A worker serves the requests standing when it was built
-//     and those published later, in order, once initialized, and then every new one;
-//   - per worker, which keys hold entries for which VLANs, with the qualifiers and
-//     actions each entry must carry (static, twice and dynamic programming), fragment
-//     entries, and the trap filters' entries counted per ACL;
-//   - per unit, the entries allocated, so that a full TCAM is foreseen: a commit that
-//     finds no room answers 2, fragment handling that finds too little room switches
-//     itself off, an ACL that finds too little room gets no entry at all.
-//
-// Entries of a deleted worker stay on the chip (a worker frees nothing as it goes); the
-// model counts them per unit as orphans, which keep their room for good.
-//
-// Reprogramming leaves an entry holding exactly what the new data asks: a qualifier the
-// new data no longer asks for is taken off.
+// The independent expectation of the randomized NAT test (NatRandomTest.cpp): the
+// scenario's steps as upstream, the platform and the plug-in are meant to handle them,
+// written without the plug-in's code.
+//   - Upstream keeps the shadow, each uid's key and module set and the standing
+//     requests; a transaction ends when every module of its set has answered (a removed
+//     key then leaves the shadow, a programmed one turns clean).
+//   - There is a worker per module of the module map, built by a module step, initialized
+//     once the mount group is ready, all deleted when it stops being ready (a later
+//     module step rebuilds one). A worker serves the requests standing when it was built,
+//     in order, once initialized, and then every new one. A deleted worker frees nothing:
+//     its entries stay on the chip as orphans, which keep their room for good.
+//   - Per worker: which keys hold entries on which VLANs and what each entry holds; a
+//     reprogrammed entry holds exactly what the new data asks. Fragment entries, and
+//     the trap ACLs' entries counted per ACL.
+//   - Per unit, the entries taken, so that a full TCAM is foreseen: a commit that finds
+//     no room answers 2, fragment handling short of room switches itself off, an ACL
+//     short of room gets no entry at all.
 
-#include <algorithm>
 #include <deque>
 #include <functional>
 #include <map>
 #include <set>
 #include <tuple>
+#include <variant>
 #include <vector>
 
 #include "platform/chip/Action.h"
@@ -41,34 +34,41 @@
 
 namespace NatRandom {
 
-// Data and mask of each qualifier set (IpFrag: the selector and 0).
-typedef std::map<Chip::Qualifier, std::pair<U32, U32>> QualMap;
+using Chip::Action;
+using Chip::Qualifier;
+using Result = Xact::XactSluiceStatus::Result;
+using HwKey = Oro::NatHwKey;
 
+// Data and mask of each qualifier set (IpFrag: the selector and 0), and the actions.
 struct EntryExpect {
-   QualMap quals;
+   std::map<Qualifier, std::pair<U32, U32>> quals;
    std::vector<Chip::ActionRecord> actions;
+
+   void q( Qualifier qualifier, U32 data, U32 mask = 0xffffffffu ) {
+      U32 const width = Chip::qualifierWidthMask( qualifier );
+      quals[qualifier] = { data & width, mask & width };
+   }
+   void a( Action action, U32 p0 = 0, U32 p1 = 0 ) {
+      actions.push_back( { action, p0, p1 } );
+   }
+   void nonFirstFragments() {
+      quals[Qualifier::IpFrag] = { U32( Chip::IpFragSelector::NotFirst ), 0 };
+   }
 };
 
 // The entries of one key on one worker, by VLAN (0 for source-side keys).
 struct RowExpect {
-   std::map<U16, EntryExpect> defaults;
-   std::map<U16, EntryExpect> frags;
-};
-
-struct TrapExpect {
-   // Entries of each ACL that holds them.
-   std::map<Oro::NatTrapKey, U32> rows;
-   bool implicitDeny = false;
+   std::map<U16, EntryExpect> defaults, frags;
 };
 
 struct WorkerExpect {
    bool initialized = false;
    bool fragEnabled = false;
-   // Requests to serve once initialized (uids; a uid published twice is there twice).
-   std::deque<U32> pending;
-   std::map<Oro::NatHwKey, RowExpect> rows;
+   std::deque<U32> pending;  // requests to serve once initialized
+   std::map<HwKey, RowExpect> rows;
    bool hasTrapSm = false;
-   TrapExpect trap;
+   std::map<Oro::NatTrapKey, U32> trapRows;  // entries of each ACL that holds them
+   bool implicitDeny = false;
 };
 
 struct ShadowExpect {
@@ -81,20 +81,19 @@ struct ShadowExpect {
 struct AnswerExpect {
    U16 module;
    U32 uid;
-   Xact::XactSluiceStatus::Result result;
+   Result result;
    U32 field;
-   bool operator<( AnswerExpect const& o ) const {
-      return std::tie( module, uid, result, field ) <
-             std::tie( o.module, o.uid, o.result, o.field );
-   }
-   bool operator==( AnswerExpect const& o ) const {
-      return !( *this < o ) && !( o < *this );
-   }
+   auto tie() const { return std::tie( module, uid, result, field ); }
+   bool operator<( AnswerExpect const& o ) const { return tie() < o.tie(); }
+   bool operator==( AnswerExpect const& o ) const { return tie() == o.tie(); }
 };
 
-// The platform's iteration orders, which decide who gets the last entries of a short
-// TCAM: the standing requests (as a new worker finds them) and the trap ACLs (as a new
-// trap state machine programs them).
+inline U32 ipOf( Wirel::IpAndPort const& p ) {
+   return p.ip().value();
+}
+
+// Who gets the last entries of a short TCAM follows the platform's iteration orders:
+// the standing requests (as a new worker finds them) and the trap ACLs.
 struct Orders {
    std::function<std::vector<U32>()> requests;
    std::function<std::vector<Oro::NatTrapKey>()> trapAcls;
@@ -108,34 +107,21 @@ public:
    void play( natsim::Step const& step );
 
    // What the last step must have produced.
-   std::vector<AnswerExpect> const& stepAnswers() const { return stepAnswers_; }
-   U32 stepNatFullEvents() const { return stepNatFull_; }
-   // Units whose worker the last step deleted (their entries became orphans).
-   std::set<U16> const& stepDeletedUnits() const { return stepDeleted_; }
+   std::vector<AnswerExpect> answers;
+   U32 natFullEvents = 0;
+   std::set<U16> deletedUnits;  // units whose worker the step deleted
 
-   std::map<U16, WorkerExpect> const& workers() const { return workers_; }
-   std::map<U16, U16> const& modules() const { return modules_; }
-   std::map<Oro::NatHwKey, ShadowExpect> const& shadow() const { return shadow_; }
-   U32 orphans( U16 unit ) const;
-   U32 capacity() const { return capacity_; }
-   bool mountReady() const { return ready_; }
-   bool addrOnlyMode() const { return addrOnlyMode_; }
+   std::map<U16, WorkerExpect> workers;
+   std::map<U16, U16> modules;
+   std::map<U16, U32> orphans;  // per unit
+   bool ready;
 
    // Entries the unit's worker owns (NAT and trap).
    U32 owned( U16 unit ) const;
-   // Whether doVerify of the module's worker must pass: the worker is initialized, has a
-   // row for every shadow key it would have programmed (a worker built anew after its
-   // keys were committed has none) and no entry keeps a qualifier of earlier data.
+   // Whether doVerify of the module's worker must pass: it is initialized and has a row
+   // for every shadow key it would have programmed (a worker built anew after its keys
+   // were committed has none).
    bool verifiable( U16 modId ) const;
-
-   // The entry that programming `key` with `data` on `vlan` writes from scratch.
-   EntryExpect freshEntry( Oro::NatHwKey const& key, Oro::NatHwData const& data,
-                           U32 opaqueId, U16 vlan, bool frag ) const;
-   static bool needsFrag( Oro::NatHwKey const& key );
-   static bool sourceSide( Oro::NatHwKey const& key );
-   static bool destinationSide( Oro::NatHwKey const& key );
-   // A dynamic key the hardware mode cannot hold: answered without programming.
-   bool dynamicSkipped( Oro::NatHwKey const& key ) const;
 
 private:
    struct Request {
@@ -147,47 +133,30 @@ private:
       U32 entries = 0;
    };
 
-   void natRule( natsim::NatRuleStep const& s );
-   void natRuleRemove( natsim::NatRuleRemoveStep const& s );
-   void publish( U32 uid, U32 field, std::set<U16> const& modules );
+   EntryExpect entry( HwKey const& key, ShadowExpect const& sh, U16 vlan,
+                      bool frag ) const;
+   bool skipped( HwKey const& key ) const;
+   void publish( U32 uid, U32 field );
    void finishAnswered();
-   void trapAcl( natsim::TrapAclStep const& s );
-   void trapAclRemove( natsim::TrapAclRemoveStep const& s );
    void moduleIs( U16 modId );
-   void moduleDel( U16 modId );
-   void readyIs( bool ready );
-   void fragmentIs( bool enabled );
-
    void workerDel( U16 modId );
    void initialize( U16 modId );
-   void serve( U16 modId, U32 uid );
    void commit( U16 modId, U32 uid );
-   bool program( U16 modId, Oro::NatHwKey const& key, ShadowExpect const& sh, U16 vlan );
+   bool program( WorkerExpect& w, U16 unit, HwKey const& key, U16 vlan );
    void handleFragment( U16 modId );
    void trapRequest( U16 modId, Oro::NatTrapKey const& key );
-   void trapDelete( WorkerExpect& w, Oro::NatTrapKey const& key );
-   bool implicitDenyWanted() const;
    U32 available( U16 unit ) const;
-   U32 opaqueId( Oro::NatHwKey const& key ) const;
 
    Orders orders_;
    U32 capacity_;
    bool trapFilters_;
-   bool ready_;
    bool addrOnlyMode_;
    bool fragConfig_;
-   std::map<U16, U16> modules_;
-   std::map<U16, WorkerExpect> workers_;
-   std::map<U16, U32> orphans_;
-   std::map<Oro::NatHwKey, ShadowExpect> shadow_;
-   std::map<U32, Oro::NatHwKey> uidKey_;
+   std::map<HwKey, ShadowExpect> shadow_;
+   std::map<U32, HwKey> uidKey_;
    std::map<U32, std::set<U16>> modSets_;
    std::map<U32, Request> requests_;
    std::map<Oro::NatTrapKey, Acl> acls_;
-
-   std::vector<AnswerExpect> stepAnswers_;
-   U32 stepNatFull_ = 0;
-   std::set<U16> stepDeleted_;
 };
 
 }  // namespace NatRandom
