@@ -86,45 +86,9 @@ struct Data {
    operator Oro::NatHwData() const { return d; }
 };
 
-inline std::string callLine( std::string const& call, Chip::Args const& args ) {
-   return call + " " + Chip::json( args );
-}
-inline std::string qualify( char const* qualifier, U64 data, U64 mask ) {
-   return callLine( std::string( "bcm_field_qualify_" ) + qualifier,
-                    { Chip::numberArg( data ), Chip::numberArg( mask ) } );
-}
-inline std::string action( char const* name, U64 param0 = 0, U64 param1 = 0 ) {
-   return callLine( "bcm_field_action_add",
-                    { Chip::nameArg( std::string( "bcmFieldAction" ) + name ),
-                      Chip::numberArg( param0 ), Chip::numberArg( param1 ) } );
-}
-inline std::string getEntry( std::string const& description ) {
-   return callLine( "getEntry", { Chip::nameArg( description ) } );
-}
-inline std::string call( char const* name ) {
-   return callLine( name, {} );
-}
-inline Lines operator+( Lines lines, Lines const& more ) {
-   lines.insert( lines.end(), more.begin(), more.end() );
-   return lines;
-}
-
 // What standard error shows when the assertion `expectation` stops the process.
 inline std::string assertionFailure( std::string const& expectation ) {
    return literal( "Assertion `" + expectation + "' failed." );
-}
-
-// Runs `f`. A range error escaping it (nothing in the agent catches one) stops the
-// process with "range error: <message>" on standard error, for death tests.
-template <class F>
-void stopOnRangeError( F f ) {
-   try {
-      f();
-   } catch ( Fwk::RangeException const& e ) {
-      std::fprintf( stderr, "range error: %s\n", e.what() );
-      std::fflush( stderr );
-      std::abort();
-   }
 }
 
 // Trace lines of "ApiCorvane" ("<function><message>") up to `levels` while alive.
@@ -135,9 +99,6 @@ public:
       previous_ = Fwk::traceSinkIs( [this]( Fwk::TraceRecord const& r ) {
          if ( r.handle == "ApiCorvane" ) {
             lines.push_back( r.line() );
-            if ( onLine ) {
-               onLine( r.line() );
-            }
          }
       } );
       Fwk::traceSettingIs( levels );
@@ -147,7 +108,6 @@ public:
       Fwk::traceSinkIs( previous_ );
    }
    Lines lines;
-   std::function<void( std::string const& )> onLine;
 
 private:
    std::string setting_;
@@ -234,20 +194,10 @@ protected:
    Lines idCalls( std::size_t mark ) const {
       Lines out;
       for ( auto const& r : Chip::journal().recordsFrom( mark ) ) {
-         std::string line = callLine( r.call, r.args );
+         std::string const line = r.call + " " + Chip::json( r.args );
          out.push_back( r.hasEntry ? std::to_string( r.entry ) + " " + line : line );
       }
       return out;
-   }
-   // The entry ids that getEntry handed out from `mark` on, in order (0 for full).
-   std::vector<U32> allocated( std::size_t mark ) const {
-      std::vector<U32> ids;
-      for ( auto const& r : Chip::journal().recordsFrom( mark ) ) {
-         if ( r.call == "getEntry" ) {
-            ids.push_back( r.entry );
-         }
-      }
-      return ids;
    }
    Chip::FieldProcessor const& fieldProcessor( int unit = 1 ) {
       return platform->chip().unit( unit )->fieldProcessor();
