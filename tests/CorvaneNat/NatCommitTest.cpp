@@ -3,28 +3,13 @@
 // leave a key. (Answers per module, keys that leave the shadow and fragment entries
 // short of room are played by the randomized test.)
 
-#include <algorithm>
-
 #include "NatTestFixture.h"
 
 namespace {
 
 using namespace NatTest;
 
-class NatCommit : public NatFixture {
-protected:
-   natsim::NatRuleStep step( U32 uid, Oro::NatHwKey const& key ) {
-      natsim::NatRuleStep s;
-      s.uid = uid;
-      s.key = key;
-      s.modules = { 1 };
-      return s;
-   }
-   template <class T>
-   Fwk::Ptr<T> shared( char const* path ) {
-      return platform->agent().sharedMem->getEntity<T>( path );
-   }
-};
+using NatCommit = NatFixture;
 
 Oro::NatHwKey const snat = natKey( Key::staticSrcNat, at( "10.0.0.1" ), at( "1.1.1.1" ) );
 Oro::NatHwKey const dnat =
@@ -38,13 +23,13 @@ Oro::NatHwKey const dnapt =
 TEST_F( NatCommit, RequestsWithoutHardwareAndTheHitlessRestart ) {
    start();
    std::size_t const from = mark();
-   upstream->natRule( step( 4, snat ) );
-   shared<CorvaneNat::ModSetDir>( "corvanenat/ingModSetDir" )
+   upstream->natRule( { 4, 0, snat, {}, { 1 } } );
+   platform->agent()
+       .sharedMem->getEntity<CorvaneNat::ModSetDir>( "corvanenat/ingModSetDir" )
        ->modSetDel( CorvaneNat::Uid( 4 ) );
    loop().runUntilIdle();
    EXPECT_TRUE( answers.empty() );
-   natsim::NatRuleStep s = step( 5, snat );
-   s.dirty = 3;
+   natsim::NatRuleStep s{ 5, 0, snat, {}, { 1 }, 3 };  // dirty 3
    ruleStep( s );
    rule( 6, natKey( Key::natKeyTypeNone, at( "10.0.0.1" ), at( "1.1.1.1" ) ) );
    rule( 7, natKey( Key::NatKeyType( 7 ), at( "10.0.0.1" ), at( "1.1.1.1" ) ) );

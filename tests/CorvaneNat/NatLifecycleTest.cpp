@@ -5,7 +5,6 @@
 
 #include <tuple>
 
-#include "platform/fwk/LogEvent.h"
 #include "platform/mount/OrreryEntityManager.h"
 
 namespace {

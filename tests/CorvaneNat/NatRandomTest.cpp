@@ -13,7 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <sstream>

@@ -10,7 +10,6 @@
 namespace {
 
 using namespace NatTest;
-using Wirel::IpAddrWithFullMask;
 
 char const stops[] = "Assertion `.*' failed";
 
@@ -20,10 +19,10 @@ protected:
    U32 entryId( Oro::NatHwKey const& key, U16 vlan = 0 ) {
       return table().entry( key ).defaultEntryId( vlan );
    }
-   // Runs doVerify as a tool does; false when the worker offers no such operation.
-   bool verify( char const* path = "corvanenat/natWorkerSm/1" ) {
+   // Runs doVerify as a tool does.
+   bool verify() {
       std::string error;
-      return Fwk::operationInvoke( path, "doVerify", &error );
+      return Fwk::operationInvoke( "corvanenat/natWorkerSm/1", "doVerify", &error );
    }
    Shim::Sdk& sdk() { return *Shim::sdk_; }
 
@@ -46,10 +45,12 @@ TEST_F( NatVerify, KeysShortOfTcamAreHeldToTheEntriesTheyHave ) {
    rule( 2, dnat, Data().vlans( { 10, 20, 30 } ) );  // room for 10 and 20 only
    rule( 3, snapt );                                 // no room at all: an empty row
    EXPECT_TRUE( verify() );
-   sdk().bcm_field_qualify_DstIp( 1, entryId( dnat, 20 ), 1, 0xffffffff );
-   EXPECT_DEATH( verify(), stops );
-   sdk().bcm_field_qualify_DstIp( 1, entryId( dnat, 20 ), ip( "203.0.113.80" ),
-                                  0xffffffff );
+   EXPECT_DEATH(
+       {
+          sdk().bcm_field_qualify_DstIp( 1, entryId( dnat, 20 ), 1, 0xffffffff );
+          verify();
+       },
+       stops );
    removeRule( 1, snat );
    rule( 2, dnat, Data().vlans( { 10, 20, 30 } ) );
    EXPECT_EQ( answers.back().result, Result::done );
