@@ -48,12 +48,9 @@ TEST_F( NatLifecycle, MountsInOrderThenOneInitializedWorkerPerModule ) {
                        "corvanenat/ingModSetDir CorvaneNat::ModSetDir 2" } ) );
    ASSERT_EQ( mounter->rootSm()->natWorkerSms(), 2u );
    ASSERT_TRUE( worker( 1 ) && worker( 3 ) );
-   EXPECT_TRUE( worker( 1 )->initialized() );
-   EXPECT_TRUE( worker( 3 )->initialized() );
-   EXPECT_EQ( worker( 3 )->unit(), 3 );
-   auto status = platform->agent().sharedMem->getEntity<Xact::XactSluiceStatusDir>(
-       "corvanenat/ingXactSluiceStatusDir/3" );
-   EXPECT_TRUE( status ) << "the module's status table is mounted";
+   EXPECT_TRUE( worker( 1 )->initialized() && worker( 3 )->initialized() );
+   EXPECT_TRUE( platform->agent().sharedMem->getEntity<Xact::XactSluiceStatusDir>(
+       "corvanenat/ingXactSluiceStatusDir/3" ) );
 
    // Without NAT support nothing more is mounted and no worker comes.
    TearDown();

@@ -9,9 +9,12 @@
 // the agent on one of its assertions are not generated.
 //
 // NAT_RANDOM_SEED=<n> plays that seed alone, NAT_RANDOM_STEPS=<n> sets the steps per
-// seed (default 1000). A failure prints the steps played as a natsim scenario.
+// seed (default 1000). A failure prints the steps played as a natsim scenario; an
+// assertion that stops the plug-in, the configuration and the steps.
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -29,6 +32,16 @@ namespace {
 
 using json = nlohmann::ordered_json;
 using namespace NatRandom;
+
+// The scenario played so far, written out when an assertion of the plug-in stops the
+// process.
+std::string played;
+extern "C" void onAbort( int ) {
+   char const header[] =
+       "\nNatRandomTest: the plug-in stopped; configuration and steps:\n";
+   [[maybe_unused]] ssize_t n = ::write( STDERR_FILENO, header, sizeof( header ) - 1 );
+   n = ::write( STDERR_FILENO, played.data(), played.size() );
+}
 
 U64 envNumber( char const* name, U64 fallback ) {
    char const* text = std::getenv( name );
@@ -295,10 +308,13 @@ public:
       ASSERT_TRUE( sim_->start( &why ) ) << why;
       model_ = std::make_unique<Model>( scenario.chip, scenario.nat,
                                         [this] { return requestOrder(); } );
+      played = scenario_.dump() + "\n";  // the configuration, then a step a line
+      ::signal( SIGABRT, onAbort );
       std::string problem = checkChip();
       for ( generated_ = 0; generated_ < steps_ && problem.empty(); ++generated_ ) {
          problem = playStep( gen_.next( *model_ ) );
       }
+      ::signal( SIGABRT, SIG_DFL );
       if ( !problem.empty() ) {
          ADD_FAILURE() << problem << "\nReplay with NAT_RANDOM_SEED=" << seed_
                        << " NAT_RANDOM_STEPS=" << generated_ + 1
@@ -310,6 +326,7 @@ public:
 private:
    std::string playStep( json const& stepJson ) {
       scenario_["steps"].push_back( stepJson );
+      played += stepJson.dump() + "\n";
       std::string const where = "step " +
                                 std::to_string( scenario_["steps"].size() - 1 ) + " " +
                                 stepJson.dump() + ": ";

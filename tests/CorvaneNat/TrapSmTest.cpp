@@ -1,6 +1,7 @@
 // The NAT trap filters on the simulated platform: which entries an ACL gets and in which
 // order, what each holds, how entries are given back and running out of TCAM room.
 
+#include <map>
 #include <sstream>
 
 #include "CorvaneNat/CorvaneNatTrapSm.h"
@@ -88,9 +89,6 @@ protected:
          }
       }
       return out;
-   }
-   std::size_t allocated( std::size_t from = 0 ) const {
-      return ids( "getEntry", from ).size();
    }
    // The calls on one entry, by name.
    std::string callsOn( U32 entryId ) const {
@@ -190,6 +188,7 @@ TEST_F( TrapSmTest, OneAclIsProgrammedInPassOrderWithItsEntriesExactly ) {
 // qualifiers first where it checks TCP control.
 TEST_F( TrapSmTest, CallOrderAndDescriptionsOfAnyAndOfMasksThatAreNoPrefix ) {
    start();
+   NatTest::TraceCapture trace( "ApiCorvane/4" );
    publish( acl( keyA, { anyRule,
                          deny( Wirel::IpAddrWithFullMask(
                                    Wirel::IpAddr( ip( "10.0.0.0" ) ), 0xff00ff00 ),
@@ -209,6 +208,17 @@ TEST_F( TrapSmTest, CallOrderAndDescriptionsOfAnyAndOfMasksThatAreNoPrefix ) {
    EXPECT_EQ( description( 1 ), "NAT acl:  !EM_HIT src=10.0.0.0/8 deny => SkipNat" );
    EXPECT_EQ( description( 2 ), "NAT pool: !EM_HIT dst=0.0.0.0/0 IP => CPU" );
    EXPECT_EQ( description( 6 ), "NAT acl:   EM_HIT any IP => Nat" );
+   // The calls are traced under the step that makes them: the CPU trap's actions apart.
+   std::map<std::string, int> traced;
+   for ( std::string const& line : trace.lines ) {
+      ++traced[line.substr( 0, line.find( "bcm_field_" ) )];
+   }
+   EXPECT_EQ( traced, ( std::map<std::string, int>{ { "programReverseTrapEntry", 19 },
+                                                    { "programTcpControlEntry", 21 },
+                                                    { "programTrapEntry", 20 },
+                                                    { "setSkipCpuAction", 4 },
+                                                    { "setSkipEvxltAction", 1 },
+                                                    { "setTrapToCpuAction", 18 } } ) );
    // "any" is still qualified on both addresses.
    EXPECT_EQ( recipeOf( id[0] ), station +
                                      "SrcIp=0.0.0.0&0.0.0.0 DstIp=0.0.0.0&0.0.0.0 " +
@@ -238,7 +248,7 @@ TEST_F( TrapSmTest, ImplicitDenyAndReleases ) {
    publish( acl( keyA, { anyRule } ) );
    std::vector<U32> const released = ids( "releaseEntry", from );
    EXPECT_EQ( decltype( before )( released.begin(), released.end() ), before );
-   EXPECT_EQ( allocated( from ), 5u );
+   EXPECT_EQ( ids( "getEntry", from ).size(), 5u );
 
    publish( acl( keyB, { deny( {}, {} ) }, true ) );
    U32 const deny = trapSm->implicitDenyEntryId();
@@ -252,11 +262,15 @@ TEST_F( TrapSmTest, ImplicitDenyAndReleases ) {
 TEST_F( TrapSmTest, RunningOutMidAclLeavesNothingOfItAndNamesIt ) {
    chip.tcamEntries = 8;
    start();
+   publish( acl( keyB, { anyRule, anyRule } ) );  // ten entries: none stay
+   EXPECT_EQ( fp().entries(), 0u );
+   EXPECT_EQ( logs(), Texts{ aclBFull } );
+   log.records.clear();
    publish( acl( keyA, { anyRule } ) );  // five entries
    std::size_t const from = mark();
    publish( acl( keyB, { permit( net( "10.0.0.0", 8 ), {} ), deny( {}, {} ) }, true ) );
    // Both entries without hit and the first SYN entry; the FIN entry finds no room.
-   EXPECT_EQ( allocated( from ), 3u );
+   EXPECT_EQ( ids( "getEntry", from ).size(), 3u );
    EXPECT_EQ( ids( "releaseEntry", from ).size(), 3u );
    EXPECT_EQ( trapSm->implicitDenyEntryId(), 0u ) << "not attempted";
    EXPECT_EQ( fp().entries(), 5u ) << "the other ACL keeps its entries";
@@ -290,24 +304,24 @@ TEST_F( TrapSmTest, ReactsToAclChangesOnlyWhileActive ) {
    start();
    trapSm->hasNotificationActiveIs( false );
    publish( acl( keyA, { anyRule } ) );
-   EXPECT_EQ( allocated(), 0u );
+   EXPECT_EQ( ids( "getEntry" ).size(), 0u );
    trapSm->hasNotificationActiveIs( true );
    Oro::NatTrapConfig& config = platform->trapConfig();
    config.notify( Fwk::AttributeId( Oro::NatTrapConfig::attrTrapAcl + 1 ), keyA );
    config.notify( Oro::NatTrapConfig::attrTrapAcl );
    config.notify( Oro::NatTrapConfig::attrTrapAcl, std::string( "aclA" ) );
    platform->loop().runUntilIdle();
-   EXPECT_EQ( allocated(), 0u ) << "other attributes and keys are not ACL changes";
+   EXPECT_EQ( ids( "getEntry" ).size(), 0u )
+       << "other attributes and keys are not ACL changes";
    config.notify( Oro::NatTrapConfig::attrTrapAcl, keyA );
    platform->loop().runUntilIdle();
-   EXPECT_EQ( allocated(), 5u );
+   EXPECT_EQ( ids( "getEntry" ).size(), 5u );
 
    std::size_t const from = mark();
    trapSm = nullptr;
    EXPECT_EQ( fp().entries(), 5u );
    // Without a configuration there is nothing to program.
    trapSm = CorvaneNat::TrapSmIs( 1, nullptr, groupManager() );
-   EXPECT_TRUE( trapSm->initialized() );
    EXPECT_EQ( mark(), from );
 }
 
