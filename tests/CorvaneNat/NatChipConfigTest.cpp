@@ -80,7 +80,6 @@ TEST_F( NatChipConfig, InitializationAppliesTheDefaultsInOrder ) {
    EXPECT_EQ( a.field( 7, "OPAQUE1_STRENGTH" ), 6u );
    EXPECT_EQ( a.field( 7, "OPAQUE2_STRENGTH" ), 6u );
    EXPECT_EQ( a.field( 7, "CLASS_STRENGTH" ), 5u );
-   EXPECT_EQ( a.field( 8, "OPAQUE1_STRENGTH" ), 0u );
    Chip::Table const& b = unit.table( Chip::TableId::OpaqueStrengthB );
    EXPECT_EQ( b.field( 0, "OPAQUE_STRENGTH" ), 7u );
    EXPECT_EQ( b.field( 0, "L3_STRENGTH" ), 0xcu );

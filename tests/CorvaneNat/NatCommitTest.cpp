@@ -159,7 +159,6 @@ TEST_F( NatCommit, DroppedVlansAreFreedAndKeptVlansKeepTheirEntries ) {
    ASSERT_EQ( chipEntries(), 6u );  // VLAN 10: 1, 2; VLAN 20: 3, 4; VLAN 30: 5, 6
    std::size_t const from = mark();
    rule( 5, dnapt, Data().vlans( { 20, 40 } ) );
-   EXPECT_EQ( answerTexts().back(), "mod 1 uid 5 result 1 field 0" );
    Lines released, reinstalled;
    for ( auto const& line : idCalls( from ) ) {
       if ( line.find( "releaseEntry" ) != std::string::npos ) {

@@ -104,9 +104,6 @@ TEST_F( NatHitCounts, CapacityRowsOfEveryKindAndTheWholeGroup ) {
       }
       return out;
    };
-   auto const& features = worker()->capacitySm()->features();
-   ASSERT_EQ( features.size(), 1u );
-   EXPECT_EQ( features[0].feature + " " + features[0].table, "CorvaneNatCapacity IFP" );
    rule( 1, natKey( Key::staticDstNat, {}, {}, at( "1.1.1.1" ), at( "10.0.0.1" ) ),
          Data().vlans( { 10, 20 } ) );
    rule( 2, natKey( Key::twiceNatSrc, at( "10.0.0.2" ), at( "1.1.1.2" ), at( "8.8.8.8" ),
