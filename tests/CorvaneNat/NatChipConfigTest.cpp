@@ -3,7 +3,7 @@
 // and the L3 egress-object mode, as the journal and the chip show them. (A failing or
 // tolerated code of the egress mode: FaultsTest.cpp.)
 
-#include "NatJournalLines.h"
+#include "NatTestFixture.h"
 
 #include <map>
 
@@ -80,63 +80,53 @@ TEST_F( NatChipConfig, InitializationAppliesTheDefaultsInOrder ) {
    EXPECT_EQ( a.field( 7, "OPAQUE1_STRENGTH" ), 6u );
    EXPECT_EQ( a.field( 7, "OPAQUE2_STRENGTH" ), 6u );
    EXPECT_EQ( a.field( 7, "CLASS_STRENGTH" ), 5u );
-   EXPECT_EQ( a.field( 8, "OPAQUE1_STRENGTH" ), 0u );
    Chip::Table const& b = unit.table( Chip::TableId::OpaqueStrengthB );
    EXPECT_EQ( b.field( 0, "OPAQUE_STRENGTH" ), 7u );
    EXPECT_EQ( b.field( 0, "L3_STRENGTH" ), 0xcu );
    EXPECT_EQ( unit.switchControls().at( Chip::SwitchControl::L3EgressMode ), 1 );
-}
 
-TEST_F( NatChipConfig, TheChipFamilyChoosesTheL4Rows ) {
+   // The chip family chooses the L4 rows.
+   TearDown();
    chip.familyTest = true;
    start();
-   Chip::Table const& l4 =
-       platform->chip().unit( 1 )->table( Chip::TableId::L4PortXlate );
-   EXPECT_EQ( l4.rowsWritten(), ( std::set<unsigned>{ 30, 31, 32, 33, 40, 41 } ) );
+   EXPECT_EQ(
+       platform->chip().unit( 1 )->table( Chip::TableId::L4PortXlate ).rowsWritten(),
+       ( std::set<unsigned>{ 30, 31, 32, 33, 40, 41 } ) );
 }
 
 TEST_F( NatChipConfig, AModeOfThreeTypesOrTheDefaultsIsAppliedOthersAreSkipped ) {
    start();
+   auto types = [this] {  // the types and enables of the register, in field order
+      auto f = registerFields();
+      return std::vector<U64>{ f["TYPE_0"],   f["ENABLE_0"], f["TYPE_1"],
+                               f["ENABLE_1"], f["TYPE_2"],   f["ENABLE_2"] };
+   };
    std::size_t from = mark();
    mode( { 5, 1, 2 } );
-   auto fields = registerFields();
-   EXPECT_EQ(
-       ( std::vector<U64>{ fields["TYPE_0"], fields["TYPE_1"], fields["TYPE_2"] } ),
-       ( std::vector<U64>{ 5, 1, 2 } ) );
-   EXPECT_EQ(
-       ( std::vector<U64>{ fields["ENABLE_0"], fields["ENABLE_1"], fields["ENABLE_2"] } ),
-       ( std::vector<U64>{ 0, 1, 0 } ) );
-   Lines calls = chipCalls( from );
+   EXPECT_EQ( types(), ( std::vector<U64>{ 5, 0, 1, 1, 2, 0 } ) );
+   Lines const calls = chipCalls( from );
    ASSERT_FALSE( calls.empty() );
    EXPECT_EQ( calls.front(), "soc_reg32_get MCAST_XLATE_TYPES 0" );
    EXPECT_EQ( calls.back(), "bcm_switch_control_set bcmSwitchL3EgressMode" );
    EXPECT_EQ( calls.size(), 2u + 12u + 32u + 1u ) << "one application per mode";
-
    from = mark();
    mode( { 1, 3 } );
-   EXPECT_TRUE( chipCalls( from ).empty() ) << "a count of 2 is not applied";
-
+   EXPECT_EQ( mark(), from ) << "a count of 2 is not applied";
    mode( {} );
-   fields = registerFields();
-   EXPECT_EQ(
-       ( std::vector<U64>{ fields["TYPE_0"], fields["ENABLE_0"], fields["TYPE_1"],
-                           fields["ENABLE_1"], fields["TYPE_2"], fields["ENABLE_2"] } ),
-       ( std::vector<U64>{ 1, 1, 2, 0, 3, 1 } ) )
-       << "back to the defaults";
-}
+   EXPECT_EQ( types(), ( std::vector<U64>{ 1, 1, 2, 0, 3, 1 } ) ) << "the defaults";
 
-TEST_F( NatChipConfig, AModeBeforeInitializationIsOnlyTraced ) {
+   // Before initialization a mode is only traced.
+   TearDown();
    chip.flashDownloadDone = false;
    start();
    NatTest::TraceCapture trace;
-   std::size_t from = mark();
+   from = mark();
    mode( { 5, 1, 2 } );
-   EXPECT_TRUE( chipCalls( from ).empty() );
-   EXPECT_EQ(
-       trace.lines,
-       ( Lines{
-           "updateMcastTranslationModeStatus numTranslationTypes: 3",
-           "updateMcastTranslationModeStatusnot initialized. Skipping the update." } ) );
+   EXPECT_EQ( mark(), from );
+   EXPECT_EQ( trace.lines,
+              ( Lines{ "updateMcastTranslationModeStatus numTranslationTypes: 3",
+                       "updateMcastTranslationModeStatusnot initialized. Skipping the "
+                       "update." } ) );
 }
 
 }  // namespace
