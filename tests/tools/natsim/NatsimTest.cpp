@@ -109,4 +109,16 @@ TEST( Natsim, KeepsTheJournalAsAskedAndTheTablesCountEveryCall ) {
        << tables.out;
 }
 
+// The shipped examples play to their end through the NAT plug-in: every verify step
+// passes and no assertion stops the agent.
+TEST( Natsim, TheExamplesPlayToTheirEnd ) {
+   NatsimProcess::TempDir dir;
+   for ( std::string name : { "demo.json", "reprogram.json", "restart.json" } ) {
+      Outcome run =
+          NatsimProcess::natsimIn( dir, "run " + std::string( EXAMPLES_DIR ) + "/" +
+                                            name + " --json --journal none" );
+      EXPECT_EQ( run.status, 0 ) << name << ": " << run.err;
+   }
+}
+
 }  // namespace
