@@ -105,6 +105,12 @@ TEST_F( NatLifecycle, ModulesTheRootHearsAndTheMounterWhileItLives ) {
    platform->moduleIs( 2, 2 );
    loop().runUntilIdle();
    EXPECT_EQ( root->natWorkerSm( 2 ).ptr(), nullptr );
+   // A silenced worker answers no transaction.
+   first->hasNotificationActiveIs( false );
+   answers.clear();
+   rule( 9, NatTest::natKey( NatTest::Key::staticSrcNat, NatTest::at( "10.0.0.9" ),
+                             NatTest::at( "203.0.113.9" ) ) );
+   EXPECT_EQ( answerTexts(), Lines{} );
    root->hasNotificationActiveIs( true );
    platform->moduleIs( 3, 3 );
    loop().runUntilIdle();

@@ -166,16 +166,19 @@ TEST_F( NatShowCommand, ExactOutputWithItsTrailingCommas ) {
    EXPECT_THAT( show().output, AnyOf( Eq( "[" + rowOf1 + rowOf2 + "]" ),
                                       Eq( "[" + rowOf2 + rowOf1 + "]" ) ) );
 
-   // A row whose key upstream no longer publishes shows the key's fields only; a row
-   // without entries shows VLAN "none".
+   // A row whose key upstream no longer publishes shows the key's fields only, a VLAN
+   // with a fragment entry alone shows that one; a row without entries shows VLAN
+   // "none".
    table()->entryDelAll();
    Oro::NatHwKey const orphan =
        natKey( Key::staticDstNat, {}, {}, at( "203.0.113.7" ), at( "10.0.0.7" ), 0, 3 );
    Corvane::EntryIdTableEntry row( orphan );
    row.defaultEntryIdIs( 10, 77 );
+   row.fragEntryIdIs( 5, 78 );
    table()->entryIs( row );
-   EXPECT_EQ( show().output, "[{\"hwKey\": \"" + orphan.stringValue() +
-                                 ", vlan: 10\",\"eid0\": \"77\",\"aclId\": 3,},]" );
+   std::string const orphanKey = "{\"hwKey\": \"" + orphan.stringValue() + ", vlan: ";
+   EXPECT_EQ( show().output, "[" + orphanKey + "5\",\"eid1\": \"78\",\"aclId\": 3,}," +
+                                 orphanKey + "10\",\"eid0\": \"77\",\"aclId\": 3,},]" );
    table()->entryDelAll();
    table()->entryIs( Corvane::EntryIdTableEntry( snat ) );
    EXPECT_EQ( show().output,
@@ -306,6 +309,7 @@ TEST_F( NatShowCommand, RowsComingAndGoingBetweenSlices ) {
               std::string::npos );
    removeKey( again.request->entryBookmark() );
    EXPECT_EQ( again.slice(), "]" );
+   EXPECT_TRUE( again.request->executionCompleted() );
 }
 
 TEST_F( NatShowCommand, TheQuantumIsZeroOnlyOnASimulatedChipWithoutTheChipSimulator ) {
