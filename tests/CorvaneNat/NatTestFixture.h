@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <initializer_list>
@@ -32,12 +31,11 @@ using Result = Xact::XactSluiceStatus;
 
 // An address and port from dotted text; usable outside a running test (case tables).
 inline Wirel::IpAndPort at( char const* text, U16 port = 0 ) {
-   unsigned a = 0, b = 0, c = 0, d = 0;
-   if ( std::sscanf( text, "%u.%u.%u.%u", &a, &b, &c, &d ) != 4 ) {
+   Wirel::IpAddr addr;
+   if ( !Wirel::IpAddr::fromString( text, addr ) ) {
       ADD_FAILURE() << "not an address: " << text;
    }
-   return Wirel::IpAndPort( Wirel::IpAddr( ( a << 24 ) | ( b << 16 ) | ( c << 8 ) | d ),
-                            port );
+   return Wirel::IpAndPort( addr, port );
 }
 inline U32 ip( char const* text ) {
    return at( text ).ip().value();
